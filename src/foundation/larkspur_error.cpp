@@ -1,0 +1,77 @@
+// SPDX-License-Identifier: Apache-2.0
+// The messages of the eight cases.
+#include <larkspur/larkspur_error.h>
+
+#include <utility>
+
+namespace larkspur {
+
+// Shared by all copies, since copying an error while it is thrown must not throw.
+struct LarkspurError::Texts {
+  std::string payload;
+  std::string message;
+};
+
+LarkspurError::LarkspurError(Case which, std::shared_ptr<const Texts> texts) noexcept
+    : case_(which), texts_(std::move(texts)) {}
+
+LarkspurError::LarkspurError(const LarkspurError& other) noexcept = default;
+LarkspurError& LarkspurError::operator=(const LarkspurError& other) noexcept = default;
+LarkspurError::~LarkspurError() = default;
+
+LarkspurError LarkspurError::invalidMIMEType(std::string contentType) {
+  std::string message = "MIME type " + contentType + " is not supported";
+  return {Case::invalidMIMEType,
+          std::make_shared<const Texts>(Texts{std::move(contentType), std::move(message)})};
+}
+
+LarkspurError LarkspurError::serviceNotFound(std::string searchedFor) {
+  std::string message = "Managed service not found for " + searchedFor;
+  return {Case::serviceNotFound,
+          std::make_shared<const Texts>(Texts{std::move(searchedFor), std::move(message)})};
+}
+
+LarkspurError LarkspurError::updateServiceFailed() { return {Case::updateServiceFailed, nullptr}; }
+LarkspurError LarkspurError::unzipFailed() { return {Case::unzipFailed, nullptr}; }
+LarkspurError LarkspurError::reservedServiceType() { return {Case::reservedServiceType, nullptr}; }
+LarkspurError LarkspurError::symbolicLinksNotAllowed() {
+  return {Case::symbolicLinksNotAllowed, nullptr};
+}
+LarkspurError LarkspurError::internalError() { return {Case::internalError, nullptr}; }
+LarkspurError LarkspurError::unexpectedError() { return {Case::unexpectedError, nullptr}; }
+
+const std::string& LarkspurError::payload() const noexcept {
+  // Never destroyed, like all that the process shares.
+  static const std::string& none = *new std::string;  // NOLINT(bugprone-unhandled-exception-at-new)
+  return texts_ ? texts_->payload : none;
+}
+
+std::string LarkspurError::description() const {
+  // Not from `what`, which ends at a zero byte in a payload.
+  return texts_ ? texts_->message : what();
+}
+
+const char* LarkspurError::what() const noexcept {
+  switch (case_) {
+    case Case::invalidMIMEType:
+    case Case::serviceNotFound:
+      return texts_->message.c_str();
+    case Case::updateServiceFailed:
+      return "Failed updating service in managed service directory";
+    case Case::unzipFailed:
+      return "Failed unzip of managed configuration file";
+    case Case::reservedServiceType:
+      return "Service type prefix is reserved";
+    case Case::symbolicLinksNotAllowed:
+      return "Larkspur does not support symbolic links in zip archives";
+    case Case::internalError:
+      return "Internal Error";
+    case Case::unexpectedError:
+      break;
+  }
+  return "Fatal: this shouldn't happen";
+}
+
+const char* LarkspurError::domain() noexcept { return "Larkspur.LarkspurError"; }
+
+}  // namespace larkspur

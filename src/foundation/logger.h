@@ -1,0 +1,102 @@
+// SPDX-License-Identifier: Apache-2.0
+// Log lines as fixed texts with placeholders, made only when their level is wanted.
+//
+// "%s" takes a text, a location (as its URL's text), a list of locations, a list of keys or a
+// record; "%d" a number; "%@" an error. A line whose placeholders and values disagree does not
+// compile.
+#pragma once
+
+#include <concepts>
+#include <exception>
+#include <initializer_list>
+#include <map>
+#include <string>
+#include <string_view>
+#include <type_traits>
+#include <vector>
+
+#include <larkspur/file_url.h>
+#include <larkspur/platform.h>
+
+namespace larkspur {
+
+// How each kind of value stands in a line.
+inline std::string logText(std::string_view text) { return std::string(text); }
+inline std::string logText(const FileURL& url) { return url.absoluteString(); }
+inline std::string logText(int number) { return std::to_string(number); }
+inline std::string logText(const std::exception& error) { return error.what(); }
+/// In brackets, separated by a comma and a blank, unquoted.
+std::string logText(const std::vector<FileURL>& urls);
+/// In brackets, separated by a comma and a blank, each in double quotes.
+std::string logText(const std::vector<std::string>& keys);
+/// In brackets, separated by a comma and a blank, each as "key": "value".
+std::string logText(const std::map<std::string, std::string>& record);
+
+/// The placeholder that a value of the type goes through.
+template <typename Value>
+constexpr char placeholderFor() {
+  if constexpr (std::integral<Value>) return 'd';
+  if constexpr (std::derived_from<Value, std::exception>) return '@';
+  return 's';
+}
+
+/// A fixed text whose placeholders were checked against the values that follow it.
+template <typename... Values>
+class LogFormat {
+ public:
+  consteval LogFormat(const char* text) : text_(text) {  // NOLINT: made from literals on purpose
+    const char expected[] = {placeholderFor<Values>()..., '\0'};
+    std::size_t count = 0;
+    for (const char* at = text; *at != '\0'; ++at) {
+      if (*at != '%') continue;
+      if (expected[count] != *++at) throw "a placeholder does not fit its value";
+      ++count;
+    }
+    if (count != sizeof...(Values)) throw "a value has no placeholder";
+  }
+  constexpr std::string_view text() const { return text_; }
+
+ private:
+  std::string_view text_;
+};
+
+/// Writes lines of one category to the current platform's log. A value; logging never fails.
+class Logger {
+ public:
+  explicit constexpr Logger(std::string_view category) : category_(category) {}
+
+  bool isEnabled(LogLevel level) const noexcept;
+
+  template <typename... Values>
+  void error(LogFormat<std::type_identity_t<Values>...> format,
+             const Values&... values) const noexcept {
+    log(LogLevel::error, format.text(), values...);
+  }
+  template <typename... Values>
+  void info(LogFormat<std::type_identity_t<Values>...> format,
+            const Values&... values) const noexcept {
+    log(LogLevel::info, format.text(), values...);
+  }
+  template <typename... Values>
+  void debug(LogFormat<std::type_identity_t<Values>...> format,
+             const Values&... values) const noexcept {
+    log(LogLevel::debug, format.text(), values...);
+  }
+
+ private:
+  template <typename... Values>
+  void log(LogLevel level, std::string_view format, const Values&... values) const noexcept {
+    if (!isEnabled(level)) return;
+    try {
+      write(level, format, {logText(values)...});
+    } catch (const std::exception&) {
+      // No memory for a line: the line is lost, the operation is not.
+    }
+  }
+  void write(LogLevel level, std::string_view format,
+             std::initializer_list<std::string> values) const;
+
+  std::string_view category_;
+};
+
+}  // namespace larkspur
