@@ -1,0 +1,97 @@
+// SPDX-License-Identifier: Apache-2.0
+// The one walk through a directory tree, relative to descriptors, that looking at a tree, copying
+// it and removing it share.
+//
+// However deep the tree and however long its paths, a walk holds two descriptors, takes no stack
+// and allocates nothing per entry: the names of all directories that it is in lie packed in one
+// buffer.
+#pragma once
+
+#include <sys/types.h>
+
+#include <string>
+#include <vector>
+
+#include "platform/linux/file_descriptor.h"
+
+namespace larkspur::linuxos {
+
+/// Appends what is in a directory to `names`, without "." and "..": for each entry one byte with
+/// its type (`DT_…`), its name, and a zero byte. On a failure what was read by then is there, and
+/// `errno` is set.
+bool appendNames(int directory, std::vector<char>& names);
+
+/// A way down from a directory and back up, of any depth, that keeps the two lowest directories
+/// open. A directory that can be read but not searched has no way to its "..", hence the second.
+class DirectoryTrail {
+ public:
+  explicit DirectoryTrail(FileDescriptor top) : current_(std::move(top)) {}
+
+  int current() const noexcept { return current_.get(); }
+
+  // Each returns false, with `errno` set, when there is no way.
+  bool descend(FileDescriptor child);
+  /// Refuses a directory that was moved elsewhere meanwhile.
+  bool ascend();
+
+ private:
+  struct Identity {
+    dev_t device;
+    ino_t number;
+  };
+  std::vector<Identity> closed_;
+  FileDescriptor above_;
+  FileDescriptor current_;
+};
+
+/// An entry as a walk meets it; good for one call of the visitor.
+class WalkEntry {
+ public:
+  WalkEntry(int directory, const char* name, unsigned char type, const std::string& prefix)
+      : directory_(directory), name_(name), type_(type), prefix_(prefix) {}
+
+  /// The directory that it is in.
+  int directory() const noexcept { return directory_; }
+  const char* name() const noexcept { return name_; }
+  /// `DT_…`, of the entry itself; `DT_UNKNOWN` only where the system cannot tell.
+  unsigned char type() const noexcept { return type_; }
+  std::string path() const { return prefix_ + name_; }
+
+ private:
+  int directory_;
+  const char* name_;
+  unsigned char type_;
+  const std::string& prefix_;
+};
+
+/// What is done on a walk. Whatever it throws ends the walk and passes on.
+class WalkVisitor {
+ public:
+  virtual ~WalkVisitor() = default;
+  /// Every entry, a directory before it is opened.
+  virtual void meet(const WalkEntry& entry) = 0;
+  /// A directory, once it is open.
+  virtual void enter(const WalkEntry& /*entry*/, int /*opened*/) {}
+  /// A directory, when everything below it was met.
+  virtual void leave(const WalkEntry& /*entry*/) {}
+  /// A directory that could not be opened, with the reason in `errno`; fails unless overridden.
+  virtual void unopened(const WalkEntry& entry);
+  /// A directory whose names could not all be read; fails unless overridden. The walk goes on with
+  /// those that could.
+  virtual void unlisted(const std::string& directory);
+};
+
+/// Opens a directory for a walk, never through a link in the last component.
+FileDescriptor openDirectory(int parent, const char* name) noexcept;
+
+/// Walks everything below `top`, which is at `path`: each entry in the system's order, and what is
+/// below it before the next one. No link is followed.
+void walkDirectory(FileDescriptor top, const std::string& path, WalkVisitor& visitor);
+
+/// Whether directories that their owner may not search are made searchable first.
+enum class ClosedDirectories : bool { respect, open };
+
+/// Removes the item, a link itself and a directory with all it holds.
+void removeItem(const std::string& path, ClosedDirectories closed = ClosedDirectories::respect);
+
+}  // namespace larkspur::linuxos

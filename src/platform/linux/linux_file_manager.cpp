@@ -1,0 +1,204 @@
+// SPDX-License-Identifier: Apache-2.0
+// The file manager on POSIX calls, relative to descriptors where a tree is walked.
+#include "platform/linux/linux_file_manager.h"
+
+#include <dirent.h>
+#include <fcntl.h>
+#include <pwd.h>
+#include <sys/stat.h>
+#include <unistd.h>
+
+#include <algorithm>
+#include <cerrno>
+#include <cstdlib>
+#include <cstring>
+#include <string>
+#include <utility>
+
+#include "platform/linux/directory_walk.h"
+#include "platform/linux/file_copy.h"
+#include "platform/linux/file_descriptor.h"
+#include "platform/linux/item_replacement.h"
+#include "platform/linux/scratch_directory.h"
+#include "platform/linux/system_failure.h"
+
+namespace larkspur::linuxos {
+namespace {
+
+constexpr mode_t kPermissions = S_IRWXU | S_IRWXG | S_IRWXO;
+
+Existence existenceAt(const char* path) {
+  struct stat status;
+  if (::stat(path, &status) != 0) return Existence::nothing;
+  return S_ISDIR(status.st_mode) ? Existence::directory : Existence::file;
+}
+
+void makeParents(const std::string& path, mode_t mode) {
+  const std::size_t last = path.find_last_of('/', path.find_last_not_of('/'));
+  for (std::size_t end = path.find('/', 1); end < last + 1; end = path.find('/', end + 1)) {
+    const std::string parent = path.substr(0, end);
+    if (makeDirectory(AT_FDCWD, parent.c_str(), mode)) continue;
+    const int code = errno;
+    if (existenceAt(parent.c_str()) != Existence::directory) fail(code, "mkdir", parent);
+  }
+}
+
+std::string homeFromPasswordEntry() {
+  passwd entry;
+  passwd* found = nullptr;
+  std::string texts(1024, '\0');
+  int code = 0;
+  while ((code = ::getpwuid_r(::geteuid(), &entry, texts.data(), texts.size(), &found)) != 0) {
+    if (code == ERANGE) {
+      texts.resize(texts.size() * 2);
+    } else if (code != EINTR) {
+      break;
+    }
+  }
+  return found != nullptr && found->pw_dir[0] == '/' ? found->pw_dir : "/";
+}
+
+class Item : public EnumeratedItem {
+ public:
+  Item(const FileURL& top, const WalkEntry& entry) : top_(top), entry_(entry) {}
+
+  FileURL url() const override {
+    return top_.appendingPathComponent(entry_.path().substr(top_.path().size()));
+  }
+
+  ItemKind kind() override {
+    if (entry_.type() == DT_DIR) return ItemKind::directory;
+    return entry_.type() == DT_LNK ? ItemKind::symbolicLink : ItemKind::other;
+  }
+
+  void setPosixPermissions(unsigned mode) override {
+    // Not following takes three calls instead of one, and is only needed for what may be a link.
+    const bool cannotBeLink = entry_.type() == DT_DIR || entry_.type() == DT_REG;
+    const int flags = cannotBeLink ? 0 : AT_SYMLINK_NOFOLLOW;
+    if (::fchmodat(entry_.directory(), entry_.name(), mode & kPermissions, flags) != 0) {
+      fail("chmod", entry_.path());
+    }
+  }
+
+ private:
+  const FileURL& top_;
+  const WalkEntry& entry_;
+};
+
+// What may not be read is passed over; what was only not read for want of descriptors or memory
+// must not be, since nobody would have looked for links in it.
+void passOver(const std::string& directory) {
+  if (errno == EMFILE || errno == ENFILE || errno == ENOMEM) fail("open", directory);
+}
+
+class Enumeration : public WalkVisitor {
+ public:
+  Enumeration(const FileURL& top, const std::function<void(EnumeratedItem&)>& visit)
+      : top_(top), visit_(visit) {}
+
+  void meet(const WalkEntry& entry) override {
+    Item item(top_, entry);
+    visit_(item);
+  }
+  void unopened(const WalkEntry& entry) override { passOver(entry.path()); }
+  void unlisted(const std::string& directory) override { passOver(directory); }
+
+ private:
+  const FileURL& top_;
+  const std::function<void(EnumeratedItem&)>& visit_;
+};
+
+// A link at the location itself is followed, as everywhere a directory is named.
+FileDescriptor openLocation(const char* path) {
+  return FileDescriptor(
+      uninterrupted([&] { return ::open(path, O_RDONLY | O_DIRECTORY | O_CLOEXEC); }));
+}
+
+class LinuxFileManager : public FileManager {
+ public:
+  Existence existence(const FileURL& item) override {
+    if (item.path().find('\0') == std::string::npos) return existenceAt(item.path().c_str());
+    errno = EINVAL;
+    return Existence::nothing;
+  }
+
+  void createDirectory(const FileURL& directory, IntermediateDirectories intermediates,
+                       unsigned mode) override {
+    const char* path = checkedPath("mkdir", directory.path());
+    if (makeDirectory(AT_FDCWD, path, mode)) return;
+    if (intermediates == IntermediateDirectories::no) fail("mkdir", directory.path());
+    if (errno == ENOENT) {
+      makeParents(directory.path(), mode);
+      if (makeDirectory(AT_FDCWD, path, mode)) return;
+    }
+    const int code = errno;
+    if (existenceAt(path) != Existence::directory) fail(code, "mkdir", directory.path());
+  }
+
+  FileURL homeDirectoryForCurrentUser() override {
+    const char* home = ::secure_getenv("HOME");
+    return FileURL(home != nullptr && home[0] == '/' ? home : homeFromPasswordEntry());
+  }
+
+  std::optional<FileURL> makeItemReplacementDirectory(const FileURL& reference) override {
+    checkedPath("mkdir", reference.path());
+    return FileURL(makeScratchDirectory(scratchAreaFor(reference.path())));
+  }
+
+  void replaceItem(const FileURL& item, const FileURL& replacement,
+                   std::string_view backupName) override {
+    checkedPath("rename", item.path());
+    checkedPath("rename", replacement.path());
+    const std::string backup(backupName);
+    checkedPath("rename", backup);
+    linuxos::replaceItem(item.path(), replacement.path(), backup);
+  }
+
+  void copyItem(const FileURL& source, const FileURL& target) override {
+    checkedPath("copy", source.path());
+    checkedPath("copy", target.path());
+    linuxos::copyItem(source.path(), target.path());
+  }
+
+  void removeItem(const FileURL& item) override {
+    checkedPath("unlink", item.path());
+    linuxos::removeItem(item.path());
+  }
+
+  std::vector<FileURL> contentsOfDirectory(const FileURL& directory) override {
+    const FileDescriptor opened = openLocation(checkedPath("open", directory.path()));
+    if (!opened) fail("open", directory.path());
+    std::vector<char> names;
+    if (!appendNames(opened.get(), names)) fail("getdents64", directory.path());
+    std::vector<FileURL> contents;
+    // One zero byte ends each name; a type that is zero too only makes room for more.
+    contents.reserve(static_cast<std::size_t>(std::count(names.begin(), names.end(), '\0')));
+    for (std::size_t at = 0; at < names.size();) {
+      const std::string_view name = &names[at + 1];
+      contents.push_back(directory.appendingPathComponent(name));
+      at += name.size() + 2;
+    }
+    return contents;
+  }
+
+  void enumerate(const FileURL& directory,
+                 const std::function<void(EnumeratedItem&)>& visit) override {
+    FileDescriptor top = openLocation(checkedPath("open", directory.path()));
+    if (!top) return passOver(directory.path());
+    Enumeration enumeration(directory, visit);
+    walkDirectory(std::move(top), directory.path(), enumeration);
+  }
+
+  std::optional<std::int64_t> fileSize(const FileURL& item) override {
+    struct stat status;
+    if (::lstat(checkedPath("lstat", item.path()), &status) != 0) fail("lstat", item.path());
+    if (!S_ISREG(status.st_mode) && !S_ISLNK(status.st_mode)) return std::nullopt;
+    return status.st_size;
+  }
+};
+
+}  // namespace
+
+std::shared_ptr<FileManager> makeFileManager() { return std::make_shared<LinuxFileManager>(); }
+
+}  // namespace larkspur::linuxos

@@ -1,0 +1,46 @@
+// SPDX-License-Identifier: Apache-2.0
+// State that belongs to one process and does not survive a fork.
+#pragma once
+
+#include <unistd.h>
+
+#include <atomic>
+#include <memory>
+
+namespace larkspur::linuxos {
+
+/// Holds a `State` that a forked child meets afresh: another thread may have held the inherited
+/// one's lock at the fork, and would never give it back. The new one is made from a pointer to the
+/// inherited one (null in the first process), to let go of what it holds if it can be locked.
+template <typename State>
+class PerProcess {
+ public:
+  PerProcess() = default;
+  PerProcess(const PerProcess&) = delete;
+  PerProcess& operator=(const PerProcess&) = delete;
+  ~PerProcess() { const std::unique_ptr<Entry> last(newest_.load()); }
+
+  /// The state of this process. Throws `std::bad_alloc`.
+  State& get() {
+    Entry* newest = newest_.load(std::memory_order_acquire);
+    if (newest != nullptr && newest->owner == ::getpid()) return newest->state;
+    auto fresh = std::make_unique<Entry>(newest != nullptr ? &newest->state : nullptr);
+    Entry* const inherited = newest;
+    if (!newest_.compare_exchange_strong(newest, fresh.get(), std::memory_order_acq_rel))
+      return newest->state;
+    fresh->inherited.reset(inherited);
+    return fresh.release()->state;
+  }
+
+ private:
+  struct Entry {
+    explicit Entry(State* before) : state(before) {}
+    const pid_t owner = ::getpid();
+    State state;
+    std::unique_ptr<Entry> inherited;  // kept: nothing of it may run while its lock is held
+  };
+
+  std::atomic<Entry*> newest_{nullptr};
+};
+
+}  // namespace larkspur::linuxos

@@ -1,0 +1,58 @@
+// SPDX-License-Identifier: Apache-2.0
+// The platform in use, and the host's way to put its own services in it.
+#include "platform/platform.h"
+
+#include <cstdlib>
+#include <utility>
+
+#include "foundation/logger.h"
+
+namespace larkspur {
+namespace {
+
+// Never destroyed, so that code that runs while the process exits still finds it.
+const Platform& systemPlatform() {
+  static const Platform& platform = *new Platform(makeSystemPlatform());
+  return platform;
+}
+
+template <typename Service>
+void use(std::shared_ptr<Service> Platform::*member, std::shared_ptr<Service> service) {
+  currentPlatform().*member = service ? std::move(service) : systemPlatform().*member;
+}
+
+}  // namespace
+
+// Here, so that each class has one home for its type information.
+Log::~Log() = default;
+NotificationCenter::~NotificationCenter() = default;
+AnalyticsService::~AnalyticsService() = default;
+UserDefaults::~UserDefaults() = default;
+
+bool NotificationCenter::open() noexcept { return true; }
+
+Platform& currentPlatform() {
+  static Platform& platform = *new Platform(systemPlatform());
+  return platform;
+}
+
+void useLog(std::shared_ptr<Log> log) { use(&Platform::log, std::move(log)); }
+
+void useNotificationCenter(std::shared_ptr<NotificationCenter> center) {
+  use(&Platform::notificationCenter, std::move(center));
+}
+
+void useAnalyticsService(std::shared_ptr<AnalyticsService> service) {
+  use(&Platform::analyticsService, std::move(service));
+}
+
+void useUserDefaults(std::shared_ptr<UserDefaults> defaults) {
+  use(&Platform::userDefaults, std::move(defaults));
+}
+
+void stopProcess(const char* why) noexcept {
+  Logger("Platform").error("Stopping the process: %s", std::string_view(why));
+  std::abort();
+}
+
+}  // namespace larkspur
