@@ -1,0 +1,75 @@
+// SPDX-License-Identifier: Apache-2.0
+// Reads the system state record back from a service's directory.
+#include "state/larkspur_get_persisted_data.h"
+
+#include <larkspur/larkspur_error.h>
+
+#include "platform/platform.h"
+#include "state/system_state_names.h"
+
+namespace larkspur {
+namespace {
+
+// Two calls: the length, then that many bytes. A value that shrinks in between keeps a tail of
+// zeros, which is no JSON; one that grows fails the second call.
+std::string readAttribute(const FileURL& servicePath) {
+  const std::string name = system_state::kAttributeName;
+  ExtendedAttributes& attributes = *currentPlatform().extendedAttributes;
+  const std::ptrdiff_t length = attributes.get(servicePath, name, nullptr, 0);
+  if (length < 0) throw LarkspurError::internalError();
+  std::string data(static_cast<std::size_t>(length), '\0');
+  if (attributes.get(servicePath, name, data.data(), data.size()) < 0) {
+    throw LarkspurError::internalError();
+  }
+  return data;
+}
+
+}  // namespace
+
+std::optional<std::string> LarkspurGetPersistedData::getDeclarationVersion(
+    const FileURL& servicePath) {
+  return getPersistedValue(servicePath, system_state::kDeclarationVersionKey);
+}
+
+std::optional<std::string> LarkspurGetPersistedData::getDeclarationIdentifier(
+    const FileURL& servicePath) {
+  return getPersistedValue(servicePath, system_state::kDeclarationIdentifierKey);
+}
+
+std::optional<JSONObject> LarkspurGetPersistedData::deserializeSystemState(std::string_view data) {
+  try {
+    return JSONSerialization::object(data);
+  } catch (const JSONError& error) {
+    logger_.error("JSON deserialzation internal error: %@", error);
+    throw LarkspurError::internalError();
+  }
+}
+
+std::optional<JSONObject> LarkspurGetPersistedData::getSystemState(const FileURL& servicePath) {
+  std::string data;
+  try {
+    data = readAttribute(servicePath);
+  } catch (const LarkspurError& error) {
+    logger_.error("Getting system state for %s failed with error: %s", servicePath.path(),
+                  error.description());
+    throw LarkspurError::internalError();
+  } catch (const std::exception& error) {
+    logger_.error("Get system state for %s, other Error: %@", servicePath.path(), error);
+    throw LarkspurError::internalError();
+  }
+  return deserializeSystemState(data);
+}
+
+std::optional<std::string> LarkspurGetPersistedData::getPersistedValue(const FileURL& servicePath,
+                                                                       std::string_view key) {
+  try {
+    const std::optional<JSONObject> systemState = getSystemState(servicePath);
+    if (!systemState) return std::nullopt;
+    const std::optional<std::string_view> value = systemState->stringForKey(key);
+    return value ? std::optional<std::string>(*value) : std::nullopt;
+  } catch (const LarkspurError&) {
+    return std::nullopt;  // Said on the log where it happened.
+  }
+}
+
+}  // namespace larkspur
