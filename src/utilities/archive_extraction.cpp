@@ -1,0 +1,52 @@
+// SPDX-License-Identifier: Apache-2.0
+// Unpacks an archive with the system's unzip, vets what came out and swaps it into place.
+#include <larkspur/larkspur_error.h>
+
+#include "foundation/error_number.h"
+#include "foundation/synchronous.h"
+#include "foundation/utf8.h"
+#include "platform/platform.h"
+#include "utilities/utilities.h"
+
+namespace larkspur {
+namespace {
+
+constexpr char kUnzip[] = "/usr/bin/unzip";
+
+}  // namespace
+
+void Utilities::unzipArchive(const FileURL& archive, const FileURL& destination) const {
+  const FileURL temporaryDirectory = createTemporaryDirectory();
+  logger_.debug("Temporary directory to unzip contents: %s", temporaryDirectory);
+
+  const Synchronous launched;
+  std::unique_ptr<Task> task;
+  try {
+    task = currentPlatform().taskLauncher->launch(
+        FileURL(kUnzip), {"-o", archive.path(), "-d", temporaryDirectory.path()});
+  } catch (const std::exception& failure) {
+    const int code = errorNumber(failure);
+    logger_.error("Error running unzip from command line, errno: %d", code);
+    throw LarkspurError::unzipFailed();
+  }
+  // Does not wait for the tool: only the reads below do, by reaching the ends of its streams.
+  launched.signal();
+  launched.wait();
+
+  const std::string output = task->readStandardOutputToEnd();
+  const std::string errors = task->readStandardErrorToEnd();
+  if (!output.empty() && logger_.isEnabled(LogLevel::debug)) {
+    logger_.debug("unzip configuration file cmdline output: %s", repairedUTF8(output));
+  }
+
+  // What the tool says decides, and not its exit status.
+  if (!errors.empty()) {
+    logger_.error("unzip configuration file from cmdline failed with error: %s",
+                  repairedUTF8(errors));
+    throw LarkspurError::unzipFailed();
+  }
+  enumerateFiles(temporaryDirectory);
+  replaceDirectory(temporaryDirectory, destination);
+}
+
+}  // namespace larkspur

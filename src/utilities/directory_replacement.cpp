@@ -1,0 +1,48 @@
+// SPDX-License-Identifier: Apache-2.0
+// Swapping a directory into place, copying an item, and finding a location.
+#include <cerrno>
+
+#include <larkspur/larkspur_error.h>
+
+#include "foundation/error_number.h"
+#include "foundation/percent_encoding.h"
+#include "foundation/utf8.h"
+#include "platform/platform.h"
+#include "utilities/utilities.h"
+
+namespace larkspur {
+
+void Utilities::replaceDirectory(const FileURL& source, const FileURL& destination) const {
+  logger_.debug("Replacing contents in %s with %s", destination, source);
+  try {
+    currentPlatform().fileManager->replaceItem(destination, source, "tmp");
+  } catch (const std::exception& failure) {
+    const int code = errorNumber(failure);
+    logger_.error("FileManager ReplaceItem failed with errno: %d", code);
+    throw LarkspurError::internalError();
+  }
+  logger_.debug("Replace directory success");
+}
+
+void Utilities::copyItem(const FileURL& source, const FileURL& directory) const {
+  const FileURL target = directory.appendingPathComponent(source.lastPathComponent());
+  try {
+    currentPlatform().fileManager->copyItem(source, target);
+  } catch (const std::exception& failure) {
+    logger_.error("FileManager copyItem failed with error: %@", failure);
+    throw LarkspurError::internalError();
+  }
+}
+
+FileURL Utilities::urlForLocation(const std::string& path) const {
+  if (!isUTF8(path)) stopProcess("a location that is not UTF-8 has no URL");
+  const std::optional<FileURL> url = FileURL::parse("file://" + percentEncoded(path));
+  if (!url) {
+    const int code = errno;
+    logger_.error("Failed getting url/location of %s, errno: %d", path, code);
+    throw LarkspurError::internalError();
+  }
+  return *url;
+}
+
+}  // namespace larkspur

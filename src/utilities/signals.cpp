@@ -1,0 +1,42 @@
+// SPDX-License-Identifier: Apache-2.0
+// What the rest of the system is told: the name of a change, and the figures of an event.
+#include <cmath>
+#include <limits>
+
+#include "platform/platform.h"
+#include "utilities/utilities.h"
+
+namespace larkspur {
+namespace {
+
+// Halves round away from zero: 1234 gives 1230, 1235 gives 1240, 5 gives 10.
+std::int64_t toNearestTen(std::int64_t bytes) {
+  const double tens = std::round(static_cast<double>(bytes) / 10.0);
+  constexpr std::int64_t kMostTens = std::numeric_limits<std::int64_t>::max() / 10;
+  if (!(std::abs(tens) < static_cast<double>(kMostTens)))
+    stopProcess("the size of an archive is out of range");
+  return static_cast<std::int64_t>(tens) * 10;
+}
+
+}  // namespace
+
+std::string Utilities::changedNotificationName(const std::string& serviceType) const {
+  return "kLarkspurChanged_" + serviceType;
+}
+
+AnalyticsPayload Utilities::analyticsPayload(const std::string& serviceType,
+                                             const std::optional<FileURL>& archive,
+                                             std::int64_t numberOfManagedServices,
+                                             bool enabled) const {
+  std::int64_t size = 0;
+  if (archive) size = toNearestTen(currentPlatform().fileManager->fileSize(*archive).value_or(0));
+
+  AnalyticsPayload payload;
+  payload.emplace("serviceType", isAllowed(serviceType) ? serviceType : "Other");
+  payload.emplace("enabled", enabled);
+  payload.emplace("size", size);
+  payload.emplace("numberOfManagedServices", numberOfManagedServices);
+  return payload;
+}
+
+}  // namespace larkspur

@@ -1,0 +1,39 @@
+// SPDX-License-Identifier: Apache-2.0
+// The fresh scratch directory that every archive is unpacked into.
+#include <larkspur/larkspur_error.h>
+
+#include "foundation/error_number.h"
+#include "platform/platform.h"
+#include "utilities/utilities.h"
+
+namespace larkspur {
+
+FileURL Utilities::createTemporaryDirectory() const {
+  std::optional<FileURL> directory;
+  try {
+    FileManager& fileManager = *currentPlatform().fileManager;
+    directory = fileManager.makeItemReplacementDirectory(fileManager.homeDirectoryForCurrentUser());
+  } catch (const std::exception& failure) {
+    const int code = errorNumber(failure);
+    logger_.error("FileManager default url failed with error: %d", code);
+    throw LarkspurError::internalError();
+  }
+  if (!directory) {
+    logger_.error("Failed creating random temporary directory");
+    throw LarkspurError::internalError();
+  }
+
+  switch (currentPlatform().fileManager->existence(*directory)) {
+    case Existence::nothing:
+      logger_.error("Temporary directory %s doesn't exist", *directory);
+      throw LarkspurError::internalError();
+    case Existence::file:
+      logger_.error("Temporary path %s exists but it is not a directory", *directory);
+      throw LarkspurError::internalError();
+    case Existence::directory:
+      break;
+  }
+  return *directory;
+}
+
+}  // namespace larkspur

@@ -1,0 +1,13 @@
+// SPDX-License-Identifier: Apache-2.0
+// The one instance that the process shares.
+#include "utilities/utilities.h"
+
+namespace larkspur {
+
+Utilities& Utilities::shared() {
+  // Never destroyed, so that code that runs while the process exits still finds it.
+  static Utilities& utilities = *new Utilities;
+  return utilities;
+}
+
+}  // namespace larkspur
