@@ -1,0 +1,52 @@
+// SPDX-License-Identifier: Apache-2.0
+// The intake of one archive: what is checked, what is done, and in which order.
+#include <algorithm>
+#include <set>
+
+#include <larkspur/larkspur_framework.h>
+
+#include "foundation/logger.h"
+#include "platform/platform.h"
+#include "state/larkspur_persist_data.h"
+#include "utilities/utilities.h"
+
+namespace larkspur {
+
+// The first failure ends the intake, and nothing done before it is undone. A listener that reacts
+// to the announcement at once may still read the previous record: it goes out before the new one
+// is written.
+void LarkspurFramework::installArchive(const std::string& serviceType, const FileURL& archiveURL,
+                                       const std::string& contentType,
+                                       const std::string& declarationVersionKey,
+                                       const std::string& declarationIdentifierKey,
+                                       const std::string& hashSHA256, bool force) {
+  requireReadiness();
+  requireSupportedContentType(contentType);
+  Utilities::shared().admitServiceType(serviceType);
+  checkUpdateScenario(serviceType, declarationIdentifierKey, force);
+  addOrUpdateService(serviceType, archiveURL);
+  LarkspurPersistData(root().appendingPathComponent(serviceType), declarationVersionKey,
+                      declarationIdentifierKey, hashSHA256, contentType)
+      .persistSystemState();
+  saveServiceCopy(serviceType, archiveURL);
+  const std::int64_t services = numberOfManagedServices();
+  AnalyticsPayload payload =
+      Utilities::shared().analyticsPayload(serviceType, archiveURL, services, true);
+  currentPlatform().analyticsService->sendEvent(kAnalyticsEventName, std::move(payload));
+}
+
+void LarkspurFramework::requireSupportedContentType(const std::string& contentType) const {
+  const std::vector<std::string>& supported = supportedContentTypes();
+  if (std::ranges::find(supported, contentType) != supported.end()) return;
+  logger_->error("Unsupported contentType %s", contentType);
+  throw LarkspurError::invalidMIMEType(contentType);
+}
+
+// Services that carry the same version key count once.
+std::int64_t LarkspurFramework::numberOfManagedServices() {
+  const std::vector<std::string> keys = getDeclarationVersionKeys();
+  const std::set<std::string_view> distinct(keys.begin(), keys.end());
+  return static_cast<std::int64_t>(distinct.size());
+}
+
+}  // namespace larkspur

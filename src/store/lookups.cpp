@@ -1,0 +1,39 @@
+// SPDX-License-Identifier: Apache-2.0
+// Finding services by the declaration that installed them. There is no cache: each lookup reads
+// the record of every entry under the root afresh.
+#include <larkspur/larkspur_framework.h>
+
+#include "foundation/logger.h"
+#include "state/larkspur_get_persisted_data.h"
+
+namespace larkspur {
+
+std::vector<std::string> LarkspurFramework::getDeclarationVersionKeys() {
+  requireReadiness();
+  std::vector<std::string> keys;
+  for (const FileURL& entry : scanDirectory()) {
+    auto key = LarkspurGetPersistedData().getDeclarationVersion(entry);
+    if (!key) continue;
+    logger_->info("declaration version key for %s is %s", entry, *key);
+    keys.push_back(std::move(*key));
+  }
+  return keys;
+}
+
+FileURL LarkspurFramework::servicePathURL(const std::string& serviceType) {
+  return root().appendingPathComponent(serviceType);
+}
+
+std::string LarkspurFramework::findServiceType(const std::string& declarationVersionKey) {
+  requireReadiness();
+  logger_->info("Finding serviceType for declarationVersionKey: %s", declarationVersionKey);
+  for (const FileURL& entry : scanDirectory()) {
+    const auto key = LarkspurGetPersistedData().getDeclarationVersion(entry);
+    if (key != declarationVersionKey) continue;
+    logger_->info("declaration key for %s is %s", entry, *key);
+    return std::string(entry.lastPathComponent());
+  }
+  throw LarkspurError::serviceNotFound(declarationVersionKey);
+}
+
+}  // namespace larkspur

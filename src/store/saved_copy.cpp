@@ -1,0 +1,40 @@
+// SPDX-License-Identifier: Apache-2.0
+// The read-only copy of the archive that each service was last installed from.
+#include <larkspur/larkspur_framework.h>
+
+#include "foundation/logger.h"
+#include "platform/platform.h"
+#include "utilities/utilities.h"
+
+namespace larkspur {
+namespace {
+
+// The leading dot keeps the area out of ordinary listings, but not out of the root scan.
+constexpr char kSavedDirectoryName[] = "._saved";
+
+}  // namespace
+
+void LarkspurFramework::saveServiceCopy(const std::string& serviceType, const FileURL& archiveURL) {
+  const FileURL directory = savedCopyURL(serviceType);
+  if (currentPlatform().fileManager->existence(directory) != Existence::nothing) {
+    logger_->info("Delete the existing saved directory for service '%s' at '%s'", serviceType,
+                  directory);
+    removeItem(directory);
+  }
+  makeDirectory(directory, /*withParents=*/true);
+  Utilities::shared().copyItem(archiveURL, directory);
+  Utilities::shared().enumerateFiles(directory);
+}
+
+void LarkspurFramework::deleteSavedDirectory(const std::string& serviceType) {
+  const FileURL directory = savedCopyURL(serviceType);
+  if (currentPlatform().fileManager->existence(directory) == Existence::nothing) return;
+  logger_->info("Delete the saved directory for service '%s' at '%s'", serviceType, directory);
+  removeItem(directory);
+}
+
+FileURL LarkspurFramework::savedCopyURL(const std::string& serviceType) const {
+  return root().appendingPathComponent(kSavedDirectoryName).appendingPathComponent(serviceType);
+}
+
+}  // namespace larkspur
