@@ -1,0 +1,43 @@
+// SPDX-License-Identifier: Apache-2.0
+// Locations as paths and as text, with the components that trip other path types.
+#include <gtest/gtest.h>
+#include <larkspur/file_url.h>
+
+#include <cerrno>
+
+namespace larkspur::test {
+
+TEST(FileURLTest, Components) {
+  const struct {
+    const char *path, *component, *appended, *last;
+  } rows[] = {{"/r", "a b", "/r/a b", "a b"},   {"/r/", "/x", "/r/x", "x"},
+              {"/r", "//a/b/", "/r/a/b/", "b"}, {"/r", "..", "/r/..", ".."},
+              {"/r", "", "/r/", "r"},           {"/", "", "/", "/"},
+              {"/r", "/", "/r/", "r"},          {"//", "", "//", "/"}};
+  for (const auto& row : rows) {
+    const FileURL url = FileURL(row.path).appendingPathComponent(row.component);
+    EXPECT_EQ(url.path(), row.appended);
+    EXPECT_EQ(url.lastPathComponent(), row.last);
+  }
+  EXPECT_EQ(FileURL("-x").path(), std::filesystem::current_path().string() + "/-x");
+}
+
+TEST(FileURLTest, TextThereAndBack) {
+  std::string every = "/";
+  for (int byte = 1; byte < 256; ++byte) every += static_cast<char>(byte);
+  for (const std::string& path : {every, std::string("/%41"), std::string("/a\0b", 4)}) {
+    const auto back = FileURL::parse(FileURL(path).absoluteString());
+    ASSERT_TRUE(back);
+    EXPECT_EQ(back->path(), path);
+  }
+  EXPECT_EQ(FileURL("/a b/é%?#;[").absoluteString(), "file:///a%20b/%C3%A9%25%3F%23;%5B");
+  for (const char* text : {"", "/x", "file:/x", "file://", "file://x", "file://localhost/x",
+                           "http:///x", "file:///a b", "file:///é", "file:///%4", "file:///%zz",
+                           "file:///%", "file:///x?y", "file:///x#y"}) {
+    errno = 0;
+    EXPECT_FALSE(FileURL::parse(text)) << text;
+    EXPECT_EQ(errno, EINVAL);
+  }
+}
+
+}  // namespace larkspur::test

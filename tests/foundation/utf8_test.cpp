@@ -1,0 +1,28 @@
+// SPDX-License-Identifier: Apache-2.0
+// The repair of text that is not UTF-8: one replacement for each maximal ill-formed sequence.
+#include "foundation/utf8.h"
+
+#include <gtest/gtest.h>
+
+namespace larkspur::test {
+
+TEST(UTF8Test, Repair) {
+  using namespace std::string_literals;
+  const std::pair<std::string, std::string> rows[] = {{"", ""},
+                                                      {"a\0é€\U0010FFFF"s, "a\0é€\U0010FFFF"s},
+                                                      {"\xFF\xFE", "��"},
+                                                      {"\x80z", "�z"},
+                                                      {"\xC0\xAF", "��"},
+                                                      {"\xE0\x80\x80", "���"},
+                                                      {"\xED\xA0\x80", "���"},
+                                                      {"\xE2\x82z", "�z"},
+                                                      {"\xF0\x9F\x98", "�"},
+                                                      {"\xF4\x90\x80\x80", "����"},
+                                                      {"\xF1\x80\x80\xE1\x80\xC2z", "���z"}};
+  for (const auto& [bytes, text] : rows) {
+    EXPECT_EQ(repairedUTF8(bytes), text);
+    EXPECT_EQ(isUTF8(bytes), bytes == text);
+  }
+}
+
+}  // namespace larkspur::test

@@ -1,0 +1,37 @@
+// SPDX-License-Identifier: Apache-2.0
+// Whatever bytes an attribute holds, reading them ends in a record, in nothing, or in an error.
+#include <cstdint>
+#include <cstdlib>
+
+#include <larkspur/larkspur.h>
+
+#include "foundation/utf8.h"
+#include "state/larkspur_get_persisted_data.h"
+#include "state/system_state_names.h"
+
+namespace {
+
+class NoLog final : public larkspur::Log {
+  bool isEnabled(larkspur::LogLevel) const noexcept override { return false; }
+  void write(const larkspur::LogEntry&) noexcept override {}
+};
+
+}  // namespace
+
+extern "C" int LLVMFuzzerInitialize(int*, char***) {
+  larkspur::useLog(std::make_shared<NoLog>());
+  return 0;
+}
+
+extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size) {
+  const std::string_view text(reinterpret_cast<const char*>(data), size);
+  try {
+    const auto record = larkspur::LarkspurGetPersistedData().deserializeSystemState(text);
+    if (!record) return 0;
+    const auto value = record->stringForKey(larkspur::system_state::kDeclarationVersionKey);
+    if (value && !larkspur::isUTF8(*value)) std::abort();
+  } catch (const larkspur::LarkspurError& error) {
+    if (error.kind() != larkspur::LarkspurError::Case::internalError) std::abort();
+  }
+  return 0;
+}

@@ -1,0 +1,73 @@
+// SPDX-License-Identifier: Apache-2.0
+// Reading records of every sort, also such as change while they are read.
+#include "state/larkspur_get_persisted_data.h"
+
+#include "support/store_fixture.h"
+
+namespace larkspur::test {
+
+TEST_F(StoreTest, RecordsOfEverySort) {
+  const FileURL place = framework->servicePathURL("a b");
+  LarkspurGetPersistedData reader;
+  std::string found;
+  const auto read = [&] {
+    found = reader.getSystemState(place) ? "object" : "nothing";
+    found += " " + reader.getDeclarationVersion(place).value_or("-") + " " +
+             reader.getDeclarationIdentifier(place).value_or("-");
+  };
+  for (const auto& row : table(3, R"(
+{"declarationVersionKey":"1","declarationIdentifierKey":"a/b"} | object 1 a/b | done
+ { "declarationIdentifierKey" : "a\/b" , "x" : null } | object - a/b | done
+{"declarationVersionKey":3,"declarationIdentifierKey":null} | object - - | done
+[{"declarationVersionKey":"1"}] | nothing - - | done
+ |  | Internal Error \| error GetPersistedData: JSON deserialzation internal error: .+
+{"declarationVersionKey":"1"}x |  | Internal Error \| error GetPersistedData: JSON deserialzation internal error: .+
+"text" |  | Internal Error \| error GetPersistedData: JSON deserialzation internal error: .+)")) {
+    manage("a b", row[0]);
+    found.clear();
+    EXPECT_TRUE(matches(report(read, kEverything), row[2])) << row[0];
+    EXPECT_EQ(found, row[1]);
+    if (row[2] == "done") continue;
+    EXPECT_FALSE(reader.getDeclarationVersion(place) || reader.getDeclarationIdentifier(place));
+  }
+}
+
+// A record that is another one when its bytes are read.
+struct ChangingRecord : ForwardingExtendedAttributes {
+  using ForwardingExtendedAttributes::ForwardingExtendedAttributes;
+  std::ptrdiff_t get(const FileURL& item, const std::string& name, char* buffer,
+                     std::size_t size) override {
+    if (size > 0) target_->set(item, name, after);
+    return ForwardingExtendedAttributes::get(item, name, buffer, size);
+  }
+  static inline std::string after;
+};
+
+TEST_F(StoreTest, RecordsThatCannotBeRead) {
+  const FileURL place = framework->servicePathURL("a b");
+  const auto read = [&] {
+    return report([&] { LarkspurGetPersistedData().getSystemState(place); }, kEverything);
+  };
+  const std::string failed =
+      R"(Internal Error | error GetPersistedData: Getting system state for $/root/a b failed with error: Internal Error)";
+  EXPECT_EQ(read(), failed);
+  std::filesystem::create_directory(place.path());
+  EXPECT_EQ(read(), failed);
+  const ScopedPlatform scope;
+  wrap<ChangingRecord>(&Platform::extendedAttributes);
+  manage("a b", "[\"long\"]");
+  ChangingRecord::after = "[]";
+  EXPECT_TRUE(read().starts_with(
+      "Internal Error | error GetPersistedData: JSON deserialzation internal error: "))
+      << "a tail of zeros";
+  ChangingRecord::after = "[\"longer\"]";
+  EXPECT_EQ(read(), failed);
+  wrap<ForwardingExtendedAttributes>(&Platform::extendedAttributes,
+                                     [](const char*) { throw std::runtime_error("strange"); });
+  EXPECT_EQ(
+      read(),
+      "Internal Error | error GetPersistedData: Get system state for $/root/a b, other Error: "
+      "strange");
+}
+
+}  // namespace larkspur::test

@@ -1,0 +1,40 @@
+// SPDX-License-Identifier: Apache-2.0
+// Lookups by declaration keys over records of every sort, and the scan beneath them.
+#include "support/store_fixture.h"
+
+namespace larkspur::test {
+
+TEST_F(StoreTest, LooksThroughEveryReadableRecord) {
+  EXPECT_TRUE(framework->getDeclarationVersionKeys().empty());
+  std::filesystem::create_directories(root() / "._saved/x");
+  for (const auto& row : table(2, R"(
+array | []
+broken | {
+number | {"declarationVersionKey":1}
+none | {"declarationIdentifierKey":"1"}
+one |  { "declarationVersionKey" : "1" }
+two | {"x":[],"declarationVersionKey":"1"})"))
+    manage(row[0], row[1]);
+  writeFile(root() / "file", "");
+  EXPECT_EQ(framework->getDeclarationVersionKeys(), (std::vector<std::string>{"1", "1"}));
+  EXPECT_EQ(report([&] { EXPECT_EQ(framework->findServiceType("1"), "one"); }, "is 1"),
+            "done | info Framework: declaration key for file://$/root/one is 1");
+  EXPECT_EQ(outcome([&] { framework->findServiceType(" 1"); }), "Managed service not found for  1");
+  EXPECT_EQ(framework->servicePathURL("a b/../C").path(), root() / "a b/../C");
+}
+
+TEST_F(StoreTest, LookupsThatCannotBeMade) {
+  const std::function<void()> lookups[] = {[&] { framework->findServiceType("1"); },
+                                           [&] { framework->getDeclarationVersionKeys(); }};
+  std::filesystem::remove(root());
+  for (const auto& lookup : lookups)
+    EXPECT_EQ(
+        report(lookup),
+        "Internal Error | error Framework: Scanning directory file://$/root failed with error: 2");
+  framework->setIsDarwinNotifCenterSuccess(false);
+  for (const auto& lookup : lookups)
+    EXPECT_EQ(report(lookup, kEverything),
+              "Internal Error | error Framework: Failed initializing Larkspur");
+}
+
+}  // namespace larkspur::test

@@ -1,0 +1,76 @@
+// SPDX-License-Identifier: Apache-2.0
+// Start-up in every state the root and the notification center can be in.
+#include <iostream>
+
+#include "support/store_fixture.h"
+
+namespace larkspur::test {
+
+TEST_F(RecordedTest, TheInitialiserMakesNothing) {
+  writeFile(directory() / "file", "");
+  const Tree before = snapshot(directory());
+  for (const auto& row : table(2, R"(
+/root | done
+/mis sing | done | error Framework: Larkspur directory $/mis sing does not exist. errno: 2
+/file | done | error Framework: Larkspur path is not a directory, $/file)")) {
+    LarkspurFramework::larkspurPath() = directory().string() + row[0];
+    std::optional<OpenFramework> framework;
+    EXPECT_EQ(report([&] { framework.emplace(); }, kEverything), row[1]);
+    EXPECT_EQ(framework->isDefaultPathExists(), row[0] == "/root");
+    EXPECT_EQ(framework->servicePathURL("x").path(), directory().string() + row[0] + "/x");
+  }
+  EXPECT_EQ(snapshot(directory()), before);
+}
+
+TEST_F(RecordedTest, AMissingRootIsMadeWithItsParents) {
+  std::unique_ptr<LarkspurFramework> first, second;
+  const mode_t mask = ::umask(077);
+  EXPECT_EQ(
+      report([&] { first = LarkspurFramework::createFramework(directory() / "a/b c"); },
+             kEverything),
+      R"(done | error Framework: Larkspur directory $/a/b c does not exist. errno: 2 | info Framework: Larkspur directory $/a/b c does not exist, creating...)");
+  ::umask(mask);
+  EXPECT_TRUE(first->isDefaultPathExists() && first->isDarwinNotifCenterSuccess());
+  EXPECT_EQ(snapshot(directory())["a"] + snapshot(directory())["a/b c"], "d755d755");
+  second = LarkspurFramework::createFramework(root());
+  EXPECT_EQ(first->servicePathURL("x").path(), directory() / "a/b c/x");
+  EXPECT_EQ(second->servicePathURL("x").path(), root() / "x");
+}
+
+TEST_F(RecordedTest, WithoutANotificationCenterNothingIsReady) {
+  wrap<ForwardingNotificationCenter>(&Platform::notificationCenter, failOn("open", 111));
+  EXPECT_EQ(
+      report(
+          [&] {
+            EXPECT_FALSE(LarkspurFramework::createFramework(root())->isDarwinNotifCenterSuccess());
+          },
+          kEverything),
+      "done | error Framework: Failed getting darwin notification center. errno: 111");
+}
+
+struct LoudLog : Recorder {
+  void write(const LogEntry& entry) noexcept override { std::cerr << entry.message << '\n'; }
+};
+
+TEST_F(RecordedTest, WhatEndsTheProcess) {
+  currentPlatform().log = std::make_shared<LoudLog>();
+  const std::string file = writeFile(directory() / "file", "").path();
+  const auto create = [](const std::string& path) { LarkspurFramework::createFramework(path); };
+  const ::testing::ExitedWithCode exits(255);
+  EXPECT_EXIT(create(file), exits,
+              "^Larkspur path is not a directory, [^\n]*\nLarkspur directory [^\n]* does not "
+              "exist, creating...\nFileManager createDirectory " +
+                  file + " failed with error: 17\n$");
+  EXPECT_EXIT(create(file + "/x"), exits, "createDirectory " + file + "/x failed with error: 20\n");
+  const ::testing::KilledBySignal aborts(SIGABRT);
+  EXPECT_EXIT(create("store/x"), aborts,
+              "Failed getting url/location of store/x, errno: 22\nStopping");
+  EXPECT_EXIT(create("/\xFF"), aborts, "Stopping");
+  LarkspurFramework::larkspurPath() = root();
+  OpenFramework absent;
+  absent.modifyLarkspurPathURL().reset();
+  EXPECT_EXIT(absent.servicePathURL("x"), aborts, "Stopping");
+  EXPECT_EXIT(absent.findServiceType("x"), aborts, "Stopping");
+}
+
+}  // namespace larkspur::test

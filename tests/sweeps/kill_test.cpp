@@ -1,0 +1,46 @@
+// SPDX-License-Identifier: Apache-2.0
+// An operation is killed before each of its system calls. What it leaves is old or new, is never
+// taken for a service that it is not, and the next install heals it.
+#include <stdlib.h>
+#include <sys/wait.h>
+
+#include "sweeps/traced_program.h"
+
+namespace larkspur::test {
+namespace {
+
+class KillTest : public TracedTest, public ::testing::WithParamInterface<Operation> {
+ protected:
+  void killAtEachCall() {
+    int killed = 0;
+    breakEachCall(GetParam(), {":signal=KILL"}, [&](const std::string&, const Run& end) {
+      killed += WIFSIGNALED(end.status) && WTERMSIG(end.status) == SIGKILL;
+      expectOldOrNew(GetParam());
+      EXPECT_TRUE(state()[0] == '-' || state(kOld)[0] == '-');
+    });
+    // Not each time: how often the program polls for its child is a matter of chance.
+    EXPECT_GE(killed, 12);
+  }
+};
+
+TEST_P(KillTest, LeavesOldOrNew) { killAtEachCall(); }
+
+TEST_P(KillTest, LeavesOldOrNewWithoutExchange) {
+  always = "-e inject=renameat2:error=EINVAL ";
+  killAtEachCall();
+}
+
+TEST_P(KillTest, LeavesOldOrNewAcrossMounts) {
+  std::filesystem::create_directory(scratchArea = "/dev/shm" / directory().filename());
+  ::setenv("HOME", scratchArea.c_str(), 1);
+  ::setenv("TMPDIR", scratchArea.c_str(), 1);
+  const bool isOtherMount = run(kUpdate).calls.find("EXDEV") != std::string::npos;
+  if (isOtherMount) killAtEachCall();
+  std::filesystem::remove_all(scratchArea);
+  if (!isOtherMount) GTEST_SKIP() << "/dev/shm is no mount of its own here";
+}
+
+INSTANTIATE_TEST_SUITE_P(Each, KillTest, ::testing::Values(kNew, kUpdate, kRename, kDelete));
+
+}  // namespace
+}  // namespace larkspur::test

@@ -1,0 +1,32 @@
+// SPDX-License-Identifier: Apache-2.0
+// The permission pass and the link check over trees of every sort.
+#include "support/store_fixture.h"
+#include "utilities/utilities.h"
+
+namespace larkspur::test {
+
+TEST_F(RecordedTest, ModesOfATree) {
+  if (::geteuid() != 0) GTEST_SKIP() << "only root sees into a directory of mode 02000";
+  std::filesystem::create_directories(root() / "closed/.hidden");
+  ::chmod(writeFile(root() / "closed/.hidden/set id", "").path().c_str(), 06777);
+  for (const char* item : {"closed/.hidden", "closed", ""}) ::chmod((root() / item).c_str(), 02000);
+  EXPECT_EQ(report([&] { Utilities().enumerateFiles(FileURL(root())); }, kEverything),
+            "done | info Utilities: Enumerated files: [file://$/root/closed/.hidden/set%20id]");
+  EXPECT_EQ(
+      snapshot(root()),
+      (Tree{{"closed", "d755"}, {"closed/.hidden", "d755"}, {"closed/.hidden/set id", "f444 "}}));
+  EXPECT_EQ(snapshot(directory())["root"], "d2000") << "the top is not visited";
+}
+
+TEST_F(RecordedTest, LinksAndNothing) {
+  EXPECT_EQ(report([] { Utilities().enumerateFiles(FileURL("/missing")); }, kEverything),
+            "done | info Utilities: Enumerated files: []");
+  std::filesystem::create_directory(root() / "a");
+  ::chmod((root() / "a").c_str(), 0700);
+  std::filesystem::create_directory_symlink(directory() / "home", root() / "a/link");
+  EXPECT_EQ(report([&] { Utilities().enumerateFiles(FileURL(root())); }, kEverything),
+            "Larkspur does not support symbolic links in zip archives");
+  EXPECT_EQ(snapshot(root())["a"], "d755") << "what was changed by then stays changed";
+}
+
+}  // namespace larkspur::test
