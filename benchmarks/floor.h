@@ -1,0 +1,45 @@
+// SPDX-License-Identifier: Apache-2.0
+// The yardstick of the library: the same steps as one sequence of raw system calls, without
+// seams, errors to tell apart, log, bus or analytics. What the system itself costs, written down.
+#pragma once
+
+#include <cstddef>
+#include <optional>
+#include <string>
+
+#include "fixtures.h"
+
+namespace larkspur::bench {
+
+class Floor {
+ public:
+  /// Works on the same root as the library, in the same format.
+  explicit Floor(std::string root) : root_(std::move(root)) {}
+
+  /// The steps of an install: sweep, scratch directory, extraction, walk and modes, flush,
+  /// exchange, removal, record, saved copy, count.
+  void install(const Delivery& delivery);
+
+  /// The steps of a deletion: lookup, removal of the tree and of the saved copy, count.
+  void remove(const std::string& version);
+
+  /// Reads the directory, then of each entry the record, by two calls and one parse, up to the
+  /// first that carries the key.
+  std::optional<std::string> find(const std::string& version) const;
+
+ private:
+  template <typename Visit>
+  void eachRecord(const char* key, Visit visit) const;
+  void sweep(const Delivery& delivery) const;
+  void replaceTree(const std::string& service, const std::string& archive) const;
+  void replaceSavedCopy(const Delivery& delivery) const;
+  std::size_t count() const;
+  std::string savedCopy(const std::string& serviceType) const;
+
+  std::string root_;
+};
+
+/// Writes the record of a delivery onto the directory.
+void writeRecord(const std::string& directory, const Delivery& delivery);
+
+}  // namespace larkspur::bench
