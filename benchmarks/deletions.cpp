@@ -33,7 +33,7 @@ void deletionOf(const std::string& archive, int rounds) {
 
 void registerDeletions() {
   deletionOf("small", 301);
-  deletionOf("many", 15);
+  deletionOf("many", 41);
 }
 
 }  // namespace larkspur::bench

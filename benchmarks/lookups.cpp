@@ -61,7 +61,7 @@ void at(Place place, const std::string& name, const Case& which) {
 
 void growth() {
   compare(
-      "lookup/growth", 21,
+      "lookup/growth", 61,
       [] {
         std::vector<Contender> contenders;
         for (const std::size_t services : {std::size_t{1000}, std::size_t{10000}}) {

@@ -10,17 +10,15 @@
 namespace larkspur {
 namespace {
 
-// Two calls: the length, then that many bytes. A value that shrinks in between keeps a tail of
-// zeros, which is no JSON; one that grows fails the second call.
-std::string readAttribute(const FileURL& servicePath) {
+// Two calls: the length, then that many bytes; nothing when one of them fails. A value that shrinks
+// in between keeps a tail of zeros, which is no JSON; one that grows fails the second call.
+std::optional<std::string> readAttribute(const FileURL& servicePath) {
   const std::string name = system_state::kAttributeName;
   ExtendedAttributes& attributes = *currentPlatform().extendedAttributes;
   const std::ptrdiff_t length = attributes.get(servicePath, name, nullptr, 0);
-  if (length < 0) throw LarkspurError::internalError();
+  if (length < 0) return std::nullopt;
   std::string data(static_cast<std::size_t>(length), '\0');
-  if (attributes.get(servicePath, name, data.data(), data.size()) < 0) {
-    throw LarkspurError::internalError();
-  }
+  if (attributes.get(servicePath, name, data.data(), data.size()) < 0) return std::nullopt;
   return data;
 }
 
@@ -46,24 +44,34 @@ std::optional<JSONObject> LarkspurGetPersistedData::deserializeSystemState(std::
 }
 
 std::optional<JSONObject> LarkspurGetPersistedData::getSystemState(const FileURL& servicePath) {
-  std::string data;
-  try {
-    data = readAttribute(servicePath);
-  } catch (const LarkspurError& error) {
-    logger_.error("Getting system state for %s failed with error: %s", servicePath.path(),
-                  error.description());
-    throw LarkspurError::internalError();
-  } catch (const std::exception& error) {
-    logger_.error("Get system state for %s, other Error: %@", servicePath.path(), error);
-    throw LarkspurError::internalError();
-  }
-  return deserializeSystemState(data);
+  const std::optional<std::string> data = storedRecord(servicePath);
+  if (!data) throw LarkspurError::internalError();
+  return deserializeSystemState(*data);
 }
 
+std::optional<std::string> LarkspurGetPersistedData::storedRecord(
+    const FileURL& servicePath) const {
+  try {
+    std::optional<std::string> data = readAttribute(servicePath);
+    if (!data) {
+      logger_.error("Getting system state for %s failed with error: %s", servicePath.path(),
+                    LarkspurError::internalError().description());
+    }
+    return data;
+  } catch (const std::exception& error) {
+    logger_.error("Get system state for %s, other Error: %@", servicePath.path(), error);
+    return std::nullopt;
+  }
+}
+
+// What `getSystemState` does, without its error for a missing record: a throw costs more than
+// reading several records, and every scan of a root meets the area of saved copies, which has none.
 std::optional<std::string> LarkspurGetPersistedData::getPersistedValue(const FileURL& servicePath,
                                                                        std::string_view key) {
+  const std::optional<std::string> data = storedRecord(servicePath);
+  if (!data) return std::nullopt;
   try {
-    const std::optional<JSONObject> systemState = getSystemState(servicePath);
+    const std::optional<JSONObject> systemState = deserializeSystemState(*data);
     if (!systemState) return std::nullopt;
     const std::optional<std::string_view> value = systemState->stringForKey(key);
     return value ? std::optional<std::string>(*value) : std::nullopt;

@@ -33,6 +33,8 @@ class LarkspurGetPersistedData {
   virtual std::optional<JSONObject> getSystemState(const FileURL& servicePath);
 
  private:
+  /// The record's bytes, or nothing, with the reason on the log.
+  std::optional<std::string> storedRecord(const FileURL& servicePath) const;
   std::optional<std::string> getPersistedValue(const FileURL& servicePath, std::string_view key);
 
   Logger logger_{"GetPersistedData"};

@@ -200,16 +200,18 @@ void walkDirectory(FileDescriptor top, const std::string& path, WalkVisitor& vis
 }
 
 void removeItem(const std::string& path, ClosedDirectories closed) {
-  if (::unlink(path.c_str()) == 0) return;
-  if (errno != EISDIR) fail("unlink", path);
   FileDescriptor top = openDirectory(AT_FDCWD, path.c_str());
-  const int code = errno;
-  const bool opened = static_cast<bool>(top);
-  if (opened) {
-    Removal removal(closed);
-    walkDirectory(std::move(top), path, removal);
+  if (!top) {
+    const int code = errno;
+    if (::unlink(path.c_str()) == 0) return;
+    if (errno != EISDIR) fail("unlink", path);
+    // An empty directory goes also when it cannot be opened.
+    if (::rmdir(path.c_str()) != 0) fail(code, "open", path);
+    return;
   }
-  if (::rmdir(path.c_str()) != 0) opened ? fail("rmdir", path) : fail(code, "open", path);
+  Removal removal(closed);
+  walkDirectory(std::move(top), path, removal);
+  if (::rmdir(path.c_str()) != 0) fail("rmdir", path);
 }
 
 }  // namespace larkspur::linuxos
