@@ -116,6 +116,7 @@ TEST_F(HostileArchives, GetNoFurtherThanTheirServicesDirectory) {
       {"no entries", zipBytes({}), kRefused},
       {"200 bytes in front", std::string(200, 'j') + kGood, kRefused},
       {"one byte behind", kGood + "j", kGoodTree},
+      {"many bytes behind", kGood + std::string(100'000, 'j'), kRefused},
       {"encrypted", kEncrypted, kRefused},
       {"unknown method", zipBytes({{"x", "X", kFile, {}, 0, 99}}), kRefused},
       {"parent", zipBytes({{"../x", "X"}, {"a/../../y", "Y"}}), " a/ a/y=Y x=X"},
@@ -135,6 +136,7 @@ TEST_F(HostileArchives, GetNoFurtherThanTheirServicesDirectory) {
       {"path of 8,001 bytes", zipBytes({{path + path + "x", "X"}}), kRefused},
       {"through a link", zipBytes({zipLink("l", canary_), {"l/x", "X"}}), kRefused},
       {"link to nothing, pipe", zipBytes({zipLink("l", ""), {"p", "", S_IFIFO}}), " l= p="},
+      {"socket, device", zipBytes({{"s", "", S_IFSOCK}, {"d", "D", S_IFBLK}}), " d=D s="},
       {"closed directory", zipBytes({zipDirectory("a/", 0), {"a/x", "X"}}), " a/ a/x=X"},
       {"set-id", zipBytes({zipDirectory("a/", 07777), {"x", "X", S_IFREG | 07777}}), " a/ x=X"}};
   for (const auto& [name, bytes, expected] : archives) sweep(name, bytes, expected);
@@ -179,6 +181,8 @@ TEST_F(HostileArchives, NamesThatAreNotPlainMeanAnotherArchive) {
   EXPECT_EQ(installed("[ab]x.zip"), kGoodTree);
   EXPECT_EQ(installed("svc"), LarkspurError::internalError().description());  // the saved copy
   EXPECT_EQ(listing(root() / kType), kGoodTree);
+  fs::create_directories(directory() / "svc/other");
+  EXPECT_EQ(installed("svc"), kGoodTree);
 }
 
 }  // namespace

@@ -28,7 +28,7 @@ int main(int argc, char** argv) {
   larkspur::useNotificationCenter(teller);
   larkspur::useAnalyticsService(teller);
   const auto framework = larkspur::LarkspurFramework::createFramework(argv[1]);
-  // Where the sweeps begin to count.
+  // Between this and its like below the sweeps count.
   static_cast<void>(::access("/the operation begins", F_OK));
   try {
     if (argc == 3) {
@@ -41,4 +41,5 @@ int main(int argc, char** argv) {
   } catch (const std::exception& failure) {
     std::cout << failure.what() << '\n';
   }
+  static_cast<void>(::access("/the operation ends", F_OK));
 }

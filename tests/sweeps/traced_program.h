@@ -54,6 +54,7 @@ class TracedTest : public SweepTest {
     std::istringstream calls(run(operation).calls);
     bool begun = false;
     for (std::string call; std::getline(calls, call);) {
+      if (call.find("the operation ends") != call.npos) break;
       const std::string name = call.substr(0, call.find('('));
       const int number = ++counts[name];
       if (begun && !std::regex_match(call, kNone)) points.emplace_back(name, number);
