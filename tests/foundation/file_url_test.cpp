@@ -30,10 +30,12 @@ TEST(FileURLTest, TextThereAndBack) {
     ASSERT_TRUE(back);
     EXPECT_EQ(back->path(), path);
   }
+  EXPECT_EQ(FileURL::parse("file:///%c3%a9%7E")->path(), "/é~");
   EXPECT_EQ(FileURL("/a b/é%?#;[").absoluteString(), "file:///a%20b/%C3%A9%25%3F%23;%5B");
-  for (const char* text : {"", "/x", "file:/x", "file://", "file://x", "file://localhost/x",
-                           "http:///x", "file:///a b", "file:///é", "file:///%4", "file:///%zz",
-                           "file:///%", "file:///x?y", "file:///x#y"}) {
+  for (const char* text :
+       {"", "/x", "file:/x", "file://", "file://x", "file://localhost/x", "http:///x",
+        "file:///a b", "file:///é", "file:///%4", "file:///%zz", "file:///%/0", "file:///%0G",
+        "file:///%`0", "file:///%", "file:///x?y", "file:///x#y"}) {
     errno = 0;
     EXPECT_FALSE(FileURL::parse(text)) << text;
     EXPECT_EQ(errno, EINVAL);

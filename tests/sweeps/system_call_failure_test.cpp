@@ -6,9 +6,12 @@
 namespace larkspur::test {
 namespace {
 
-class SystemCallFailureTest : public TracedTest, public ::testing::WithParamInterface<Operation> {};
+class SystemCallFailureTest : public TracedTest, public ::testing::WithParamInterface<Operation> {
+ protected:
+  void failEachCall();
+};
 
-TEST_P(SystemCallFailureTest, LeavesOldOrNew) {
+void SystemCallFailureTest::failEachCall() {
   static constexpr char kOutcomes[] =
       "(post .*\n)*(done|Internal Error|Failed unzip of managed configuration file|"
       "Fatal: this shouldn't happen|Managed service not found for v1|\\w+ \".*)\n";
@@ -33,6 +36,11 @@ TEST_P(SystemCallFailureTest, LeavesOldOrNew) {
                 {":error=ENOSPC", ":error=EIO", ":error=EACCES", ":error=EMFILE", ":error=ENOMEM"},
                 check);
 }
+
+TEST_P(SystemCallFailureTest, LeavesOldOrNew) { failEachCall(); }
+TEST_P(SystemCallFailureTest, LeavesOldOrNewAcrossMounts) {
+  acrossMounts([this] { failEachCall(); });
+}
 INSTANTIATE_TEST_SUITE_P(Each, SystemCallFailureTest,
                          ::testing::Values(kNew, kUpdate, kRename, kDelete));
 
@@ -44,6 +52,14 @@ TEST_F(FallbackTest, TakesTheOtherWay) {
 renameat2:error=EINVAL | v2 v2 v2 | 0 | (renameat\([^\n]*\n){2}
 renameat2:error=ENOSYS | v2 v2 v2 | 0 | (renameat\([^\n]*\n){2}
 renameat2:error=EINVAL -e inject=renameat:error=EIO:when=2 | - - v1 | 1 | (renameat\([^\n]*\n){3}
+renameat2:error=EINVAL -e inject=renameat:error=EIO:when=2+ | - - v1 | 2 | (renameat\([^\n]*\n){3}
+renameat2:error=EINVAL -e inject=renameat:error=EIO:when=1 | - - v1 | 1 | renameat\([^\n]*INJ
+renameat2:error=EXDEV | - - v1 | 1 | renameat2[^\n]*INJ
+renameat2:error=EXDEV:when=1 -e inject=flock:error=EIO | - - v1 | 1 | flock[^\n]*INJ
+renameat2:error=EXDEV:when=1 -e inject=mkdirat:error=EEXIST:when=2 | v2 v2 v2 | 0 | mkdirat[^\n]*INJ
+renameat2:error=EXDEV:when=1 -e inject=mkdirat:error=EROFS:when=2 | - - v1 | 1 | mkdirat[^\n]*INJ
+mkdirat:error=EEXIST | - - v1 | 0 | mkdirat[^\n]*INJ
+getdents64,syncfs,poll,waitid:error=EINTR:when=1 | v2 v2 v2 | 0 | INJ
 renameat2:error=EXDEV:when=1 | v2 v2 v2 | 0 | renameat2\([^\n]*/root/\.larkspur-\w+/[^\n]*RENAME_EXCHANGE\) = 0
 copy_file_range:error=EXDEV | v2 v2 v2 | 0 | write\([^\n]*= 65536
 copy_file_range:error=EINVAL | v2 v2 v2 | 0 | write\([^\n]*= 65536

@@ -4,6 +4,7 @@
 #pragma once
 
 #include <fstream>
+#include <functional>
 #include <regex>
 #include <sstream>
 
@@ -40,6 +41,17 @@ class TracedTest : public SweepTest {
   }
 
   std::string always;  ///< Further options, with a blank behind.
+
+  /// Calls `body` with the scratch area on another mount than the root, so that trees are copied.
+  void acrossMounts(const std::function<void()>& body) {
+    std::filesystem::create_directory(scratchArea = "/dev/shm" / directory().filename());
+    ::setenv("HOME", scratchArea.c_str(), 1);
+    ::setenv("TMPDIR", scratchArea.c_str(), 1);
+    const bool isOtherMount = run(kUpdate).calls.find("EXDEV") != std::string::npos;
+    if (isOtherMount) body();
+    std::filesystem::remove_all(scratchArea);
+    if (!isOtherMount) GTEST_SKIP() << "/dev/shm is no mount of its own here";
+  }
 
   /// Runs the operation once for each of its system calls, with that one broken in one of the
   /// ways, and tells `check` how it was, and what came of it. Not for those calls that

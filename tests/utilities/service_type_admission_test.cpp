@@ -16,30 +16,48 @@ TEST_F(RecordedTest, ReservedServiceTypes) {
                   " prefix is reserved");
 }
 
-struct InternalBuild : SystemVariant, UserDefaults {
+struct InternalBuild : SystemVariant {
   std::optional<std::string> bundleIdentifier() override { return "host"; }
   bool hasInternalUI(const std::optional<std::string>& host) override {
     return internal && host == "host";
   }
-  std::optional<std::string> stringForKey(const std::string& key) override {
-    return value + (key == "allowLKSServiceType" ? "" : key);
-  }
   bool internal = false;
-  std::string value = "com.corvid.x";
 };
 
 TEST_F(RecordedTest, TheOverrideIsEvaluatedOnEveryCall) {
   const auto build = std::make_shared<InternalBuild>();
   currentPlatform().systemVariant = build;
-  currentPlatform().userDefaults = build;
   Utilities utilities;
   const auto admit = [&] { utilities.admitServiceType("com.corvid.x"); };
-  EXPECT_EQ(outcome(admit), "Service type prefix is reserved");
+  const auto refuses = [&] { return outcome(admit) == "Service type prefix is reserved"; };
+
+  const std::filesystem::path file = directory() / "home/.config/larkspur/defaults.json";
+  const std::string allowing = R"({"allowLKSServiceType":"com.corvid.x"})";
+  std::filesystem::create_directories(file.parent_path());
+  ::unsetenv("XDG_CONFIG_HOME");
+  writeFile(file, allowing);
+  EXPECT_TRUE(refuses()) << "no internal build";
   build->internal = true;
+  for (const char* text :
+       {"", "[]", "{", R"({"allowLKSServiceType":1})", R"({"x":"com.corvid.x"})"}) {
+    writeFile(file, text);
+    EXPECT_TRUE(refuses()) << text;
+  }
+  std::filesystem::remove(file);
+  EXPECT_TRUE(refuses()) << "nothing";
+  std::filesystem::create_directory(file);
+  EXPECT_TRUE(refuses()) << "a directory";
+  std::filesystem::remove(file);
+  writeFile(file, allowing);
+  ::setenv("XDG_CONFIG_HOME", "/nowhere", 1);
+  EXPECT_TRUE(refuses()) << "another place";
+  ::setenv("XDG_CONFIG_HOME", "relative", 1);
   EXPECT_EQ(outcome(admit), "done");
+  ::unsetenv("XDG_CONFIG_HOME");
   EXPECT_EQ(
       report(admit, kEverything),
       R"(done | debug Utilities: Added com.corvid.x to allowedServiceTypes: ["com.corvid.webserver", "com.corvid.accessrules", "com.corvid.shell", "com.corvid.smartcards", "com.corvid.printing", "com.corvid.authmodules", "com.corvid.remotelogin", "com.corvid.superuser", "com.corvid.altshell", "com.corvid.x", "com.corvid.x"])");
+  std::filesystem::remove_all(directory() / "home/.config");
 }
 
 }  // namespace larkspur::test

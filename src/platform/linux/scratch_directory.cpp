@@ -148,7 +148,8 @@ std::string parentOf(std::string_view path) {
   path = path.substr(0, path.find_last_not_of('/') + 1);
   path = path.substr(0, path.find_last_of('/') + 1);
   path = path.substr(0, std::max(path.find_last_not_of('/') + 1, std::size_t{1}));
-  return path.empty() ? "/" : std::string(path);
+  if (path.empty()) return "/";
+  return std::string(path);
 }
 
 StagingDirectory::StagingDirectory(const std::string& parent) {

@@ -1,17 +1,36 @@
 // SPDX-License-Identifier: Apache-2.0
 // The file manager on a real disk: what no other user of it can provoke.
+#include <dirent.h>
 #include <fcntl.h>
 #include <sched.h>
 #include <sys/file.h>
 #include <sys/mount.h>
 #include <sys/resource.h>
 #include <sys/stat.h>
+#include <sys/syscall.h>
 #include <sys/wait.h>
 #include <sys/xattr.h>
 
 #include "platform/linux/linux_file_manager.h"
 #include "support/platform_scope.h"
 #include "support/temporary_root.h"
+
+namespace {
+
+bool hidesTypes = false;
+
+}  // namespace
+
+// As from a file system that does not keep the types of its entries.
+extern "C" ssize_t getdents64(int directory, void* buffer, std::size_t size) noexcept {
+  const ssize_t length = ::syscall(SYS_getdents64, directory, buffer, size);
+  for (ssize_t at = 0; hidesTypes && at < length;) {
+    auto* const entry = reinterpret_cast<dirent64*>(static_cast<char*>(buffer) + at);
+    entry->d_type = DT_UNKNOWN;
+    at += entry->d_reclen;
+  }
+  return length;
+}
 
 namespace larkspur::test {
 namespace {
@@ -92,6 +111,7 @@ TEST_F(FileManagerTest, FailuresLeaveTheirNumberAndNothingElse) {
       {EEXIST, [&] { files->createDirectory(at("link"), kYes, 0755); }},
       {EEXIST, [&] { files->copyItem(file, at("link")); }},
       {ENOTSUP, [&] { files->copyItem(at("d"), at("copy")); }},
+      {ENOTSUP, [&] { files->copyItem(at("d/pipe"), at("copy")); }},
       {0, [&] { files->createDirectory(at("d"), kYes, 0700); }}};
   for (const auto& one : cases) EXPECT_EQ(failureOf(one.second), one.first) << &one - cases;
   EXPECT_EQ(std::pair(files->existence(zero), errno), std::pair(Existence::nothing, EINVAL));
@@ -113,6 +133,17 @@ TEST_F(FileManagerTest, DepthCostsNoDescriptors) {
     files->removeItem(at("d"));
     EXPECT_EQ(snapshot(root()), Tree{});
   });
+}
+
+TEST_F(FileManagerTest, ADirectoryThatIsMovedAwayEndsTheWalk) {
+  sh("mkdir -p a/b/c/d elsewhere/e");
+  std::string met;
+  const auto moving = [&](EnumeratedItem& item) {
+    met += item.url().lastPathComponent();
+    if (met == "bcd") sh("mv a/b/c elsewhere");
+  };
+  EXPECT_EQ(failureOf([&] { files->enumerate(at("a"), moving); }), ESTALE);
+  EXPECT_EQ(met, "bcd");
 }
 
 TEST_F(FileManagerTest, OwnersOpenClosedDirectoriesOnTheWay) {
@@ -191,6 +222,7 @@ TEST_F(FileManagerTest, ScratchDirectoriesAreOnTheMountOfTheReference) {
     const char* const kCases[][3] = {{"area", "home", "area/larkspur-"},
                                      {"area", "volume", "volume/larkspur-"},
                                      {"area", "volume/none", "volume/larkspur-"},
+                                     {"none", "volume", "volume/larkspur-"},
                                      {"volume/area", "volume/none", "volume/area/larkspur-"}};
     for (const auto& [area, reference, expected] : kCases) {
       ::setenv("TMPDIR", at(area).path().c_str(), 1);
@@ -204,7 +236,8 @@ TEST_F(FileManagerTest, CopiesAreWholeAndNeverOverwrite) {
   sh("mkdir -p tree/sub && touch tree/empty && ln -s nowhere tree/link && cat /proc/version > same"
      " && head -c 3000001 /dev/urandom > tree/big && truncate -s 5M tree/big && chmod 640 tree/big"
      " && find tree -depth -exec touch -hd 2001-02-03 {} +");
-  for (const std::string name : {"tree", "tree/big", "tree/link"}) {
+  for (const std::string name : {"tree", "tree", "tree/big", "tree/link"}) {
+    hidesTypes = !hidesTypes;
     files->copyItem(at(name), at("copy"));
     sh("diff -r --no-dereference " + name +
        " copy && list() { find $1 -printf '%P %m %y %t %l\n'"
