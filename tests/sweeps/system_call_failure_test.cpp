@@ -64,6 +64,10 @@ renameat2:error=EXDEV:when=1 | v2 v2 v2 | 0 | renameat2\([^\n]*/root/\.larkspur-
 copy_file_range:error=EXDEV | v2 v2 v2 | 0 | write\([^\n]*= 65536
 copy_file_range:error=EINVAL | v2 v2 v2 | 0 | write\([^\n]*= 65536
 copy_file_range:error=ENOSYS | v2 v2 v2 | 0 | write\([^\n]*= 65536
+copy_file_range:error=EOPNOTSUPP | v2 v2 v2 | 0 | write\([^\n]*= 65536
+copy_file_range:error=EPERM | v2 v2 v2 | 0 | write\([^\n]*= 65536
+copy_file_range:error=ETXTBSY | v2 v2 v2 | 0 | write\([^\n]*= 65536
+statx:error=EIO | - - v1 | 0 | statx[^\n]*INJ
 clone,clone3,vfork:error=EAGAIN | - - v1 | 1 | INJECTED
 pidfd_open:error=ENOSYS | v2 v2 v2 | 0 | waitid\(P_PID,
 )")) {

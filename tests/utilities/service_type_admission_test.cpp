@@ -27,6 +27,7 @@ struct InternalBuild : SystemVariant {
 TEST_F(RecordedTest, TheOverrideIsEvaluatedOnEveryCall) {
   const auto build = std::make_shared<InternalBuild>();
   currentPlatform().systemVariant = build;
+  useUserDefaults(nullptr);  // The system's own.
   Utilities utilities;
   const auto admit = [&] { utilities.admitServiceType("com.corvid.x"); };
   const auto refuses = [&] { return outcome(admit) == "Service type prefix is reserved"; };
@@ -49,6 +50,9 @@ TEST_F(RecordedTest, TheOverrideIsEvaluatedOnEveryCall) {
   EXPECT_TRUE(refuses()) << "a directory";
   std::filesystem::remove(file);
   writeFile(file, allowing);
+  ::unsetenv("HOME");
+  EXPECT_TRUE(refuses()) << "no place";
+  ::setenv("HOME", (directory() / "home").c_str(), 1);
   ::setenv("XDG_CONFIG_HOME", "/nowhere", 1);
   EXPECT_TRUE(refuses()) << "another place";
   ::setenv("XDG_CONFIG_HOME", "relative", 1);
