@@ -118,41 +118,6 @@ bus | application/zip | com.example.vpn | Internal Error | error Framework: Fail
   EXPECT_EQ(snapshot(root()), others);
 }
 
-TEST_F(StoreTest, ARefusedArchiveLeavesNoService) {
-  const FileURL outside = writeFile(directory() / "outside", "safe");
-  const ZipEntry good{"settings", "v2"}, bad{"settings", "v2", S_IFREG | 0644, 1};
-  constexpr char kLink[] = "Larkspur does not support symbolic links in zip archives";
-  constexpr char kUnzipFailed[] =
-      R"(Failed unzip of managed configuration file | error Utilities: unzip configuration file from cmdline failed with error: )";
-  // What the tool says; nothing where it is the library that refuses a link.
-  const std::pair<std::string, std::string> rows[] = {
-      {zipBytes({bad}), "bad CRC"},
-      {zipBytes(std::vector(2500, bad)), "bad CRC"},
-      {zipBytes({good}).substr(0, 100), "End-of-central-directory signature not found"},
-      {zipBytes({{"settings", "v2 and twelve bytes", S_IFREG | 0644, {}, 1}}),
-       "unable to get password"},
-      {zipBytes({{"settings", "v2", S_IFREG | 0644, {}, 0, 99}}), "unsupported compression method"},
-      {zipBytes({}), "zipfile is empty"},
-      {"", "End-of-central-directory signature not found"},
-      {zipBytes({{"/settings", "v2"}}), "stripped absolute path spec"},
-      {"missing", "cannot find or open"},
-      {zipBytes({good, zipLink("link", outside.path())}), ""},
-      {zipBytes({zipDirectory("a/"), good, zipLink("a/link", "/")}), ""}};
-  for (const auto& [bytes, text] : rows) {
-    install("v1", true);
-    const FileURL offered = writeFile(directory() / "offered.zip", bytes);
-    if (bytes == "missing") std::filesystem::remove(offered.path());
-    const auto said = report([&] { install("v2", false, kType, "application/zip", offered); });
-    EXPECT_TRUE(said.starts_with(text.empty() ? kLink : kUnzipFailed)) << said;
-    EXPECT_NE(said.find(text), std::string::npos) << text << "; but: " << said;
-    EXPECT_EQ(said.find("kLarkspur"), std::string::npos);
-    EXPECT_EQ(state(), "- - v1") << text;
-  }
-  EXPECT_EQ(snapshot(directory())["outside"], "f644 safe");
-  EXPECT_EQ(scratchDirectories(), static_cast<int>(std::size(rows)));
-  allowScratchDirectories(scratchDirectories());
-}
-
 TEST_F(StoreTest, AFailedStepEndsTheIntake) {
   expectFailures(R"(
 contentsOfDirectory | 1 | 5 | 0 | v1 v1 v1 | Internal Error | error Framework: Scanning directory file://$/root failed with error: 5

@@ -16,7 +16,6 @@
 #include <thread>
 
 #include "support/private_bus.h"
-#include "support/private_journal.h"
 #include "support/store_fixture.h"
 
 namespace larkspur::test {
@@ -168,22 +167,6 @@ TEST_F(HostConditions, BusComesAndGoes) {
     EXPECT_EQ(listener.received(1), once_);
   }
   startCounting();
-}
-
-TEST_F(HostConditions, JournalComesAndGoes) {
-  withPrivateJournal([this] {
-    useLog(journalLog(LogLevel::debug));
-    pid_t journal = -1;
-    std::ifstream("/proc/thread-self/children") >> journal;
-    for (const int change : {SIGSTOP, SIGKILL, 0}) {
-      if (change == 0) fs::remove("/run/systemd/journal/socket");
-      ::kill(journal, change);
-      const Action installs = [&] {
-        for (int i = 0; i < 30; ++i) install(good_);
-      };
-      EXPECT_LT(millisecondsOf(installs), 15'000) << change;
-    }
-  });
 }
 
 TEST_F(HostConditions, FullVolumes) {

@@ -5,6 +5,7 @@
 #include <signal.h>
 #include <sys/wait.h>
 
+#include <algorithm>
 #include <chrono>
 #include <fstream>
 
@@ -55,11 +56,14 @@ class HostileArchives : public StoreTest {
     writeFile(directory() / "good.zip", kGood);
     writeFile(directory() / "next.zip", bytes);
     ASSERT_EQ(installed("good.zip"), kGoodTree);
+    recorder->lines.clear();
     const auto start = std::chrono::steady_clock::now();
     EXPECT_EQ(installed("next.zip", "v2"), expected);
     EXPECT_LT(std::chrono::steady_clock::now() - start, std::chrono::seconds(20));
     const bool refused = expected == kRefused || expected == kLinks;
     EXPECT_EQ(fs::exists(root() / kType), !refused);
+    EXPECT_EQ(std::ranges::count(recorder->lines, "post kLarkspurChanged_com.example.vpn"),
+              !refused);
     EXPECT_EQ(snapshot(root())[kType].substr(0, 4), refused ? "" : "d755");
     EXPECT_EQ(framework->getDeclarationVersionKeys(), std::vector<std::string>(!refused, "v2"));
     EXPECT_EQ(listing(root() / "._saved" / kType),
