@@ -56,6 +56,7 @@ class BusConnection {
   bool isOurs() const noexcept;
   int drain() noexcept;
   int flush(Clock::time_point end) noexcept;
+  void lose(int reason) noexcept;
   void drop() noexcept;
 
   struct Release {
@@ -83,9 +84,20 @@ void BusConnection::drop() noexcept {
   bus_.reset();
 }
 
+/// A bus that went away is another one when it comes back, and waited for; one that never answered
+/// is not.
+void BusConnection::lose(int reason) noexcept {
+  if (reason != -ETIMEDOUT) patient_ = true;
+  drop();
+}
+
 /// Connects unless a living connection is there; the bus need not have answered yet.
 int BusConnection::open() noexcept {
-  if (bus_ != nullptr && isOurs() && drain() >= 0 && sd_bus_is_open(bus_.get()) > 0) return 0;
+  if (bus_ != nullptr && isOurs()) {
+    const int result = drain();
+    if (result >= 0 && sd_bus_is_open(bus_.get()) > 0) return 0;
+    lose(result);
+  }
   drop();
   sd_bus* fresh = nullptr;
   if (const int result = sd_bus_open_system(&fresh); result < 0) return result;
@@ -140,7 +152,7 @@ int BusConnection::post(const char* name, Clock::time_point end) noexcept {
     if (result >= 0) result = flush(end);
     // Only a broken connection is tried again: on a living one the signal may still be queued.
     if (!isBroken(result)) return result;
-    drop();
+    lose(result);
   }
   return result;
 }

@@ -154,21 +154,18 @@ std::string parentOf(std::string_view path) {
 
 StagingDirectory::StagingDirectory(const std::string& parent) {
   removeLeftovers(parent);
+  int code = 0;
   for (int attempt = 0; attempt < kAttempts; ++attempt) {
     path_ = freshPath(parent, kStagingPrefix);
-    if (!makeDirectory(AT_FDCWD, path_.c_str(), kStagingMode)) {
-      if (errno == EEXIST) continue;
-      fail("mkdir", path_);
-    }
-    lock_ = lockDirectory(path_);
+    if (makeDirectory(AT_FDCWD, path_.c_str(), kStagingMode)) lock_ = lockDirectory(path_);
     if (lock_) return;
-    // Another replacement took it for a leftover before it was locked, and removes it.
-    if (errno == EWOULDBLOCK || errno == ENOENT) continue;
-    const int code = errno;
+    code = errno;
+    // Until it is locked another replacement may take it for a leftover, and remove it.
+    if (code == EEXIST || code == ENOENT || code == EWOULDBLOCK) continue;
     ::rmdir(path_.c_str());
-    fail(code, "flock", path_);
+    break;
   }
-  fail(EEXIST, "mkdir", parent);
+  fail(code, "mkdir", path_);
 }
 
 StagingDirectory::~StagingDirectory() {

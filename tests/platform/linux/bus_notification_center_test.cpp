@@ -80,6 +80,16 @@ TEST_F(BusNotificationCenterTest, AFrozenBusIsWaitedForOnceAndHearsEachPostOnce)
   std::this_thread::sleep_for(200ms);
   EXPECT_LT(secondsFor("fourth"), 0.9);
   EXPECT_EQ(listener.received(5, 500ms), (Names{"first", "second", "third", "fourth"}));
+  // The one that comes after it is not made to pay.
+  for (const char* name : {"fifth", "sixth", "seventh"}) {
+    bus.restart();
+    bus.freeze();
+    center->post("lost");
+    bus.restart();
+    BusListener later;
+    center->post(name);
+    EXPECT_EQ(later.received(1), Names{name});
+  }
 }
 
 TEST_F(BusNotificationCenterTest, ManyThreadsAndForkedProcessesPost) {

@@ -11,6 +11,8 @@
 #include <sys/wait.h>
 #include <sys/xattr.h>
 
+#include <thread>
+
 #include "platform/linux/linux_file_manager.h"
 #include "support/platform_scope.h"
 #include "support/temporary_root.h"
@@ -189,6 +191,24 @@ TEST_F(FileManagerTest, ReplacementLeavesTheNewTreeAndNothingElse) {
     inChild([&] { mountAt("m"), check("new", old); });
   }
   EXPECT_EQ(snapshot(root()), (Tree{{"m", "d755"}}));
+}
+
+TEST_F(FileManagerTest, TwoServicesAreReplacedAtOnce) {
+  if (!canMount()) GTEST_SKIP() << "needs root and mount namespaces";
+  inChild([this] {
+    mountAt("m");
+    const auto replaceOften = [this](const std::string& name) {
+      std::filesystem::create_directory(root() / "m" / name);
+      for (int i = 0; i < 300; ++i) {
+        std::filesystem::create_directory(root() / name);
+        files->replaceItem(at("m/" + name), at(name), "tmp");
+      }
+    };
+    std::thread other(replaceOften, "a");
+    replaceOften("b");
+    other.join();
+    EXPECT_EQ(snapshot(root() / "m"), (Tree{{"a", "d755"}, {"b", "d755"}}));
+  });
 }
 
 TEST_F(FileManagerTest, LeftoversOfCrashesGoAndWhatStaysIsOneLine) {
