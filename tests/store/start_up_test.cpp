@@ -39,13 +39,16 @@ TEST_F(RecordedTest, AMissingRootIsMadeWithItsParents) {
 
 TEST_F(RecordedTest, WithoutANotificationCenterNothingIsReady) {
   wrap<ForwardingNotificationCenter>(&Platform::notificationCenter, failOn("open", 111));
-  EXPECT_EQ(
-      report(
-          [&] {
-            EXPECT_FALSE(LarkspurFramework::createFramework(root())->isDarwinNotifCenterSuccess());
-          },
-          kEverything),
-      "done | error Framework: Failed getting darwin notification center. errno: 111");
+  std::optional<OpenFramework> framework;
+  LarkspurFramework::larkspurPath() = root();
+  EXPECT_EQ(report([&] { framework.emplace(); }, kEverything),
+            "done | error Framework: Failed getting darwin notification center. errno: 111");
+  EXPECT_FALSE(framework->isDarwinNotifCenterSuccess());
+  EXPECT_EQ(outcome([&] { framework->getDeclarationVersionKeys(); }), "Internal Error");
+  // Declared ready all the same, it announces nothing.
+  framework->setIsDarwinNotifCenterSuccess(true);
+  std::filesystem::create_directory(root() / "x");
+  EXPECT_EQ(report([&] { framework->removeServiceDirectory("x"); }), "done");
 }
 
 struct LoudLog : Recorder {
@@ -68,7 +71,7 @@ TEST_F(RecordedTest, WhatEndsTheProcess) {
   EXPECT_EXIT(create("/\xFF"), aborts, "Stopping");
   LarkspurFramework::larkspurPath() = root();
   OpenFramework absent;
-  absent.modifyLarkspurPathURL().reset();
+  absent.setLarkspurPathURL(std::nullopt);
   EXPECT_EXIT(absent.servicePathURL("x"), aborts, "Stopping");
   EXPECT_EXIT(absent.findServiceType("x"), aborts, "Stopping");
 }

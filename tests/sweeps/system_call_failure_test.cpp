@@ -65,6 +65,7 @@ copy_file_range:error=EXDEV | v2 v2 v2 | 0 | write\([^\n]*= 65536
 copy_file_range:error=EINVAL | v2 v2 v2 | 0 | write\([^\n]*= 65536
 copy_file_range:error=ENOSYS | v2 v2 v2 | 0 | write\([^\n]*= 65536
 copy_file_range:error=EOPNOTSUPP | v2 v2 v2 | 0 | write\([^\n]*= 65536
+copy_file_range:error=EBADF | v2 v2 v2 | 0 | write\([^\n]*= 65536
 copy_file_range:error=EPERM | v2 v2 v2 | 0 | write\([^\n]*= 65536
 copy_file_range:error=ETXTBSY | v2 v2 v2 | 0 | write\([^\n]*= 65536
 statx:error=EIO | - - v1 | 0 | statx[^\n]*INJ

@@ -7,15 +7,19 @@ namespace larkspur::test {
 
 TEST_F(RecordedTest, ModesOfATree) {
   if (::geteuid() != 0) GTEST_SKIP() << "only root sees into a directory of mode 02000";
-  std::filesystem::create_directories(root() / "closed/.hidden");
-  ::chmod(writeFile(root() / "closed/.hidden/set id", "").path().c_str(), 06777);
-  for (const char* item : {"closed/.hidden", "closed", ""}) ::chmod((root() / item).c_str(), 02000);
+  std::filesystem::create_directories(root() / "closed/..hidden");
+  ::chmod(writeFile(root() / "closed/..hidden/set id", "").path().c_str(), 06777);
+  for (const char* item : {"closed/..hidden", "closed", ""})
+    ::chmod((root() / item).c_str(), 02000);
   EXPECT_EQ(report([&] { Utilities().enumerateFiles(FileURL(root())); }, kEverything),
-            "done | info Utilities: Enumerated files: [file://$/root/closed/.hidden/set%20id]");
+            "done | info Utilities: Enumerated files: [file://$/root/closed/..hidden/set%20id]");
   EXPECT_EQ(
       snapshot(root()),
-      (Tree{{"closed", "d755"}, {"closed/.hidden", "d755"}, {"closed/.hidden/set id", "f444 "}}));
+      (Tree{{"closed", "d755"}, {"closed/..hidden", "d755"}, {"closed/..hidden/set id", "f444 "}}));
   EXPECT_EQ(snapshot(directory())["root"], "d2000") << "the top is not visited";
+  ::mkfifo((root() / "pipe").c_str(), 0);
+  Utilities().enumerateFiles(FileURL(root()));
+  EXPECT_EQ(std::filesystem::status(root() / "pipe").permissions(), std::filesystem::perms{0444});
 }
 
 TEST_F(RecordedTest, LinksAndNothing) {

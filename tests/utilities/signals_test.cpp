@@ -17,6 +17,7 @@ TEST_F(RecordedTest, Payloads) {
               R"( enabled=true numberOfManagedServices=3 serviceType="Other" size=)" + rounded);
   EXPECT_EQ(payload("com.corvid.printing", {}),
             R"( enabled=true numberOfManagedServices=3 serviceType="com.corvid.printing" size=0)");
+  EXPECT_EQ(payload("", FileURL(root())), payload("", {})) << "a directory has no size";
   EXPECT_EQ(outcome([&] { payload("", FileURL("/missing")); }), "system error 2");
   EXPECT_EQ(Utilities().changedNotificationName("A/%b"), "kLarkspurChanged_A/%b");
 }

@@ -128,7 +128,7 @@ TEST_F(FileManagerTest, DepthCostsNoDescriptors) {
     ::setrlimit(RLIMIT_NOFILE, &few);
     files->copyItem(at("d"), at("copy"));
     std::size_t length = at("copy").path().size();
-    files->enumerate(at("copy"),
+    files->enumerate(at("copy/"),
                      [&](auto& item) { length += item.url().path().size() == length + 2 ? 2 : 0; });
     EXPECT_EQ(length, at("copy").path().size() + 2 * 1999);
     files->removeItem(at("copy"));
@@ -238,11 +238,13 @@ TEST_F(FileManagerTest, ScratchDirectoriesAreOnTheMountOfTheReference) {
   if (!canMount()) GTEST_SKIP() << "needs root and mount namespaces";
   inChild([this] {
     mountAt("volume");
-    sh("mkdir area volume/area");
+    sh("mkdir area volume/area && touch file");
     const char* const kCases[][3] = {{"area", "home", "area/larkspur-"},
                                      {"area", "volume", "volume/larkspur-"},
                                      {"area", "volume/none", "volume/larkspur-"},
                                      {"none", "volume", "volume/larkspur-"},
+                                     {"file", "volume", "volume/larkspur-"},
+                                     {"area", "file/none", "area/larkspur-"},
                                      {"volume/area", "volume/none", "volume/area/larkspur-"}};
     for (const auto& [area, reference, expected] : kCases) {
       ::setenv("TMPDIR", at(area).path().c_str(), 1);
