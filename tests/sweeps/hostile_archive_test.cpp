@@ -155,6 +155,7 @@ TEST_F(HostileArchives, PasswordsAreNotAskedForAtATerminal) {
     ::alarm(20);
     ::_exit(installed("x.zip") == kRefused ? 0 : 1);
   }
+  if (child < 0) GTEST_SKIP() << "no terminals here";
   char asked;
   EXPECT_LT(::read(terminal, &asked, 1), 1);  // It ends with the last who has it open.
   ::close(terminal);
