@@ -251,6 +251,9 @@ TEST_F(FileManagerTest, ScratchDirectoriesAreOnTheMountOfTheReference) {
       const std::string made = files->makeItemReplacementDirectory(at(reference))->path();
       EXPECT_TRUE(made.starts_with(at(expected).path())) << made;
     }
+    ::setenv("TMPDIR", ".", 1);  // No absolute one.
+    const std::string made = files->makeItemReplacementDirectory(at("volume"))->path();
+    EXPECT_TRUE(made.starts_with(at("volume/larkspur-").path())) << made;
   });
 }
 
