@@ -1,6 +1,9 @@
 # SPDX-License-Identifier: Apache-2.0
 """One exception class per code of the C interface."""
 
+import contextlib
+from collections.abc import Iterator
+
 
 class Error(Exception):
     """A call that failed.
@@ -104,3 +107,12 @@ def error_of(code: int, message: str, detail: str, errno: int) -> Error:
     error = kind(message, detail, errno or None)
     error.code = code
     return error
+
+
+@contextlib.contextmanager
+def system_failures(what: str) -> Iterator[None]:
+    """Makes each OSError a SystemFailure."""
+    try:
+        yield
+    except OSError as problem:
+        raise SystemFailure(f"{what}: {problem.strerror}", errno=problem.errno) from problem

@@ -7,7 +7,7 @@ import os
 from ctypes import POINTER, c_char_p, c_int, c_longlong, c_size_t, c_void_p
 from typing import Any
 
-from ._errors import BadArgument, LibraryNotFound, error_of
+from ._errors import BadArgument, LibraryNotFound, error_of, system_failures
 
 AnyPath = str | bytes | os.PathLike[str] | os.PathLike[bytes]
 
@@ -126,7 +126,10 @@ def encoded_path(name: str, path: AnyPath) -> bytes:
         raise BadArgument(f"{name} is no path: {problem}") from problem
     if not raw:
         raise BadArgument(f"{name} is empty")
-    return os.path.join(os.getcwdb(), raw)
+    if os.path.isabs(raw):
+        return raw
+    with system_failures("the working directory is gone"):
+        return os.path.join(os.getcwdb(), raw)
 
 
 def _whole(name: str, raw: bytes) -> bytes:

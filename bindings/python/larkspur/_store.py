@@ -2,7 +2,6 @@
 """A managed root and the operations on it."""
 
 import ctypes
-import errno
 import hashlib
 import itertools
 import os
@@ -14,7 +13,7 @@ from types import TracebackType
 from typing import Self
 
 from . import _library
-from ._errors import BadArgument, SystemFailure
+from ._errors import BadArgument, system_failures
 from ._library import AnyPath, decoded, encoded, encoded_path
 
 
@@ -31,7 +30,7 @@ class Service:
 
 
 class Store:
-    """One managed root; a context manager that closes it.
+    """One managed root; a context manager that closes it. Not closed, it stays open.
 
     Each operation runs on its caller's thread, without the GIL, and raises an Error when it fails.
     Threads may share a store as long as they work on different services.
@@ -44,8 +43,9 @@ class Store:
         self._handle: ctypes.c_void_p | None = None
         self._closing = True
         self._root = encoded_path("root", root)
-        if not create and not os.path.lexists(self._root):
-            raise SystemFailure(f"the root {self.root} does not exist", errno=errno.ENOENT)
+        if not create:
+            with system_failures("the root cannot be opened"):
+                os.stat(self._root)
         handle = ctypes.c_void_p()
         _library.call("larkspur_open", self._root, ctypes.byref(handle))
         self._handle = handle
@@ -140,9 +140,9 @@ class Store:
         self.close()
 
     def __del__(self) -> None:
+        # Left open: the library cannot close a store inside a hook, where this may run.
         if getattr(self, "_handle", None) is not None:
             warnings.warn(f"unclosed {self!r}", ResourceWarning, source=self)
-            self.close()
 
     def __repr__(self) -> str:
         return f"{type(self).__name__}({str(self.root)!r})"
@@ -180,11 +180,5 @@ class Store:
 
 
 def _digest(archive: bytes) -> bytes:
-    try:
-        with open(archive, "rb") as file:
-            return hashlib.file_digest(file, "sha256").hexdigest().encode()
-    except OSError as problem:
-        raise SystemFailure(
-            f"the archive {os.fsdecode(archive)} cannot be read: {problem.strerror}",
-            errno=problem.errno,
-        ) from problem
+    with system_failures("the archive cannot be read"), open(archive, "rb") as file:
+        return hashlib.file_digest(file, "sha256").hexdigest().encode()
