@@ -9,8 +9,10 @@
    that this page does not allow, is LARKSPUR_BAD_ARGUMENT, and nothing was touched.
 
    Thread rule: larkspur_open, larkspur_close and larkspur_use_hooks may be called from any thread
-   at any time and wait for each other. Calls on one store may overlap as long as they work on
-   different services; so may calls on stores of different roots. */
+   and wait for each other. Calls on one store may overlap as long as they work on different
+   services; so may calls on stores of different roots. No thread may be cancelled inside a call.
+   Where a program uses the C++ interface too, none of its operations may run during
+   larkspur_open and larkspur_use_hooks: they change what is one per process. */
 #pragma once
 
 #include <stddef.h>
@@ -67,8 +69,9 @@ typedef struct {
   void (*log)(void* context, int level, const char* category, const char* message);
   /** Announces a change; `name` is "kLarkspurChanged_" and the service type. */
   void (*change)(void* context, const char* name);
-  /** Takes one analytics event: `enabled` is 1 after an install and 0 after a deletion, `size` is
-      that of the archive in bytes, to the nearest 10. */
+  /** Takes one analytics event: `service_type` is "Other" for types outside the reserved prefix,
+      `enabled` is 1 after an install and 0 after a deletion, `size` is that of the archive in
+      bytes, to the nearest 10. */
   void (*event)(void* context, const char* service_type, int enabled, long long size,
                 long long number_of_managed_services);
   int log_level; /**< The most talkative level wanted in the log, `log` or the system's. */
@@ -126,7 +129,7 @@ LARKSPUR_EXPORT int larkspur_find(larkspur_store* store, const char* version, ch
 
 /** One service; a member other than `type` is NULL when the record has no such text. */
 typedef struct {
-  const char* type;         /**< The service type; its tree is at the root, a slash and this. */
+  const char* type;         /**< The service type: the name of its tree below the root. */
   const char* version;      /**< The declaration's version key. */
   const char* identifier;   /**< The declaration's identifier key. */
   const char* content_type; /**< The content type. */
