@@ -8,7 +8,6 @@ import argparse
 import dataclasses
 import io
 import json
-import os
 import sys
 from collections.abc import Callable
 
@@ -128,8 +127,7 @@ def main() -> int:
         status: int = arguments.run(arguments)
         return status
     except Error as error:
-        cause = f": {os.strerror(error.errno)}" if error.errno else ""
-        lines = [f"{type(error).__name__} ({error.code}): {error.message}{cause}"]
+        lines = [f"{type(error).__name__} ({error.code}): {error.message}"]
         lines += error.detail.splitlines()
     except (LibraryNotFound, OSError) as problem:
         lines = [str(problem)]
