@@ -48,7 +48,8 @@ class PrivateBus:
     def restart(self, policy=""):
         self.stop()
         with tempfile.NamedTemporaryFile("w", suffix=".conf", dir="/var/tmp") as configuration:
-            configuration.write(f"<busconfig><listen>{self.address}</listen>{_POLICY}{policy}</busconfig>")
+            policy = f"<listen>{self.address}</listen>{_POLICY}{policy}"
+            configuration.write(f"<busconfig>{policy}</busconfig>")
             configuration.flush()
             # It ends with this process, however that ends.
             command = ["setpriv", "--pdeathsig", "KILL", "dbus-daemon", "--nofork", "--nopidfile"]

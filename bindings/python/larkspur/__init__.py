@@ -3,7 +3,7 @@
 
     with larkspur.Store("/var/lib/acme/services") as store:
         store.check("vpn.zip")
-        store.install("com.example.vpn", "vpn.zip", version="version-42", identifier="declaration-7")
+        store.install("com.example.vpn", "vpn.zip", version="version-42", identifier="decl-7")
 
 The package needs the library liblarkspur.so.1, and loads it on first use; the environment
 variable LARKSPUR_LIBRARY names another file. `python3 -m larkspur` is the operator's tool.
