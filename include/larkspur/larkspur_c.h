@@ -1,4 +1,5 @@
-/* SPDX-License-Identifier: Apache-2.0
+/* SPDX-License-Identifier: Apache-2.0 */
+/** @file
    The C interface: the same operations as LarkspurFramework, for every language that can call C.
 
    A call returns LARKSPUR_OK or the code of its failure, and fills in the larkspur_error that the

@@ -1,4 +1,5 @@
-/* SPDX-License-Identifier: Apache-2.0
+/* SPDX-License-Identifier: Apache-2.0 */
+/** @file
    The version of these headers, for C and C++; the build reads it from here. */
 #pragma once
 
