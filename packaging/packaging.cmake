@@ -62,6 +62,7 @@ install(FILES "${PROJECT_BINARY_DIR}/larkspur.pc"
 install(FILES "${larkspur_packaging}/com.corvid.Larkspur1.xml"
   DESTINATION ${CMAKE_INSTALL_DATADIR}/dbus-1/interfaces COMPONENT dev)
 install(FILES "${PROJECT_SOURCE_DIR}/docs/man/larkspur.3"
+  "${PROJECT_SOURCE_DIR}/docs/man/larkspur_c.3"
   DESTINATION ${CMAKE_INSTALL_MANDIR}/man3 COMPONENT dev)
 install(FILES "${PROJECT_SOURCE_DIR}/docs/man/larkspur-record.5"
   DESTINATION ${CMAKE_INSTALL_MANDIR}/man5 COMPONENT doc)
