@@ -48,7 +48,7 @@ set(CPACK_DEBIAN_DEV_PACKAGE_NAME liblarkspur-dev)
 set(CPACK_DEBIAN_DEV_PACKAGE_SECTION libdevel)
 # pkg-config looks at private requirements also for a shared library.
 set(CPACK_DEBIAN_DEV_PACKAGE_DEPENDS
-  "liblarkspur1 (= ${larkspur_debian_version}), libsystemd-dev, libjansson-dev")
+  "liblarkspur1 (= ${larkspur_debian_version}), libsystemd-dev")
 set(CPACK_DEBIAN_DEV_PACKAGE_SUGGESTS liblarkspur-doc)
 set(CPACK_COMPONENT_DEV_DESCRIPTION
 "configuration trees of managed services - development files
@@ -70,7 +70,7 @@ examples: programs, units, a tmpfiles.d snippet and a bus policy.")
 if(NOT BUILD_SHARED_LIBS)
   # Everything that is left of the library is for those who build with it.
   list(REMOVE_ITEM CPACK_COMPONENTS_ALL runtime)
-  set(CPACK_DEBIAN_DEV_PACKAGE_DEPENDS "libsystemd-dev, libjansson-dev, unzip")
+  set(CPACK_DEBIAN_DEV_PACKAGE_DEPENDS "libsystemd-dev, unzip")
 endif()
 
 include(CPack)

@@ -18,7 +18,6 @@ else()
   # The package file makes this target under a name that no consumer has taken for itself.
   set_property(TARGET larkspur PROPERTY INTERFACE_LINK_LIBRARIES
     "$<BUILD_INTERFACE:$<LINK_ONLY:PkgConfig::systemd>>"
-    "$<BUILD_INTERFACE:$<LINK_ONLY:PkgConfig::jansson>>"
     "$<INSTALL_INTERFACE:$<LINK_ONLY:PkgConfig::LARKSPUR_PRIVATE>>")
 endif()
 
