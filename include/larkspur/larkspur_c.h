@@ -6,8 +6,9 @@
    caller passes, also after a success. Nothing throws, exits or aborts through this interface.
 
    Texts are zero-terminated bytes. Those that the caller passes are UTF-8, except `archive`; names
-   from the file system are its bytes as they are. The library copies what it keeps. A NULL where none is allowed, or a text
-   that this page does not allow, is LARKSPUR_BAD_ARGUMENT, and nothing was touched.
+   from the file system are its bytes as they are. The library copies what it keeps. A NULL where
+   none is allowed, or a text that this page does not allow, is LARKSPUR_BAD_ARGUMENT, and nothing
+   was touched.
 
    Thread rule: larkspur_open, larkspur_close and larkspur_use_hooks may be called from any thread
    and wait for each other. Calls on one store may overlap as long as they work on different
