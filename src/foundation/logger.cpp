@@ -2,8 +2,6 @@
 // Rendering of log lines and of the values in them.
 #include "foundation/logger.h"
 
-#include "platform/platform.h"
-
 namespace larkspur {
 namespace {
 
@@ -35,9 +33,7 @@ std::string logText(const std::map<std::string, std::string>& record) {
   });
 }
 
-bool Logger::isEnabled(LogLevel level) const noexcept {
-  return currentPlatform().log->isEnabled(level);
-}
+bool Logger::isEnabled(LogLevel level) const noexcept { return currentLog().isEnabled(level); }
 
 void Logger::write(LogLevel level, std::string_view format,
                    std::initializer_list<std::string> values) const {
@@ -50,7 +46,7 @@ void Logger::write(LogLevel level, std::string_view format,
     message += *value++;
     from = placeholder + 2;
   }
-  currentPlatform().log->write({level, kSubsystem, category_, message});
+  currentLog().write({level, kSubsystem, category_, message});
 }
 
 }  // namespace larkspur

@@ -60,7 +60,11 @@ class LogFormat {
   std::string_view text_;
 };
 
-/// Writes lines of one category to the current platform's log. A value; logging never fails.
+/// Where all loggers write now. Defined by the layer above, which holds the log; looked up at every
+/// line and never kept.
+Log& currentLog() noexcept;
+
+/// Writes lines of one category to the current log. A value; logging never fails.
 class Logger {
  public:
   explicit constexpr Logger(std::string_view category) : category_(category) {}

@@ -4,7 +4,7 @@
 
 #include <memory>
 
-#include "platform/condition_lock.h"
+#include "foundation/condition_lock.h"
 
 namespace larkspur {
 

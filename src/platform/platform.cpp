@@ -36,6 +36,8 @@ Platform& currentPlatform() {
   return platform;
 }
 
+Log& currentLog() noexcept { return *currentPlatform().log; }
+
 void useLog(std::shared_ptr<Log> log) { use(&Platform::log, std::move(log)); }
 
 void useNotificationCenter(std::shared_ptr<NotificationCenter> center) {

@@ -4,8 +4,8 @@
 
 #include <larkspur/larkspur_error.h>
 
+#include "foundation/names_on_disk.h"
 #include "platform/platform.h"
-#include "state/system_state_names.h"
 
 namespace larkspur {
 namespace {
@@ -13,7 +13,7 @@ namespace {
 // Two calls: the length, then that many bytes; nothing when one of them fails. A value that shrinks
 // in between keeps a tail of zeros, which is no JSON; one that grows fails the second call.
 std::optional<std::string> readAttribute(const FileURL& servicePath) {
-  const std::string name = system_state::kAttributeName;
+  const std::string name = on_disk::kRecordAttribute;
   ExtendedAttributes& attributes = *currentPlatform().extendedAttributes;
   const std::ptrdiff_t length = attributes.get(servicePath, name, nullptr, 0);
   if (length < 0) return std::nullopt;
@@ -26,12 +26,12 @@ std::optional<std::string> readAttribute(const FileURL& servicePath) {
 
 std::optional<std::string> LarkspurGetPersistedData::getDeclarationVersion(
     const FileURL& servicePath) {
-  return getPersistedValue(servicePath, system_state::kDeclarationVersionKey);
+  return getPersistedValue(servicePath, on_disk::kDeclarationVersionKey);
 }
 
 std::optional<std::string> LarkspurGetPersistedData::getDeclarationIdentifier(
     const FileURL& servicePath) {
-  return getPersistedValue(servicePath, system_state::kDeclarationIdentifierKey);
+  return getPersistedValue(servicePath, on_disk::kDeclarationIdentifierKey);
 }
 
 std::optional<JSONObject> LarkspurGetPersistedData::deserializeSystemState(std::string_view data) {

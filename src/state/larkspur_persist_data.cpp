@@ -8,9 +8,9 @@
 
 #include <larkspur/larkspur_error.h>
 
+#include "foundation/names_on_disk.h"
 #include "platform/json_serialization.h"
 #include "platform/platform.h"
-#include "state/system_state_names.h"
 
 namespace larkspur {
 namespace {
@@ -29,18 +29,18 @@ std::set<std::string> keysOf(const LarkspurPersistData::SystemState& systemState
 
 const std::set<std::string>& LarkspurPersistData::mandatoryKeys() {
   static const std::set<std::string>& keys = *new std::set<std::string>{
-      system_state::kContentType, system_state::kHashSHA256, system_state::kDeclarationVersionKey,
-      system_state::kDeclarationIdentifierKey};
+      on_disk::kContentType, on_disk::kHashSHA256, on_disk::kDeclarationVersionKey,
+      on_disk::kDeclarationIdentifierKey};
   return keys;
 }
 
 LarkspurPersistData::LarkspurPersistData(FileURL servicePath, std::string declarationVersion,
                                          std::string declarationIdentifier, std::string hashSHA256,
                                          std::string contentType)
-    : systemState_{{system_state::kDeclarationVersionKey, std::move(declarationVersion)},
-                   {system_state::kDeclarationIdentifierKey, std::move(declarationIdentifier)},
-                   {system_state::kContentType, std::move(contentType)},
-                   {system_state::kHashSHA256, std::move(hashSHA256)}},
+    : systemState_{{on_disk::kDeclarationVersionKey, std::move(declarationVersion)},
+                   {on_disk::kDeclarationIdentifierKey, std::move(declarationIdentifier)},
+                   {on_disk::kContentType, std::move(contentType)},
+                   {on_disk::kHashSHA256, std::move(hashSHA256)}},
       servicePath_(std::move(servicePath)) {}
 
 void LarkspurPersistData::persistSystemState() {
@@ -87,7 +87,7 @@ bool LarkspurPersistData::hasMandatoryKeys(const SystemState& systemState) const
 
 void LarkspurPersistData::write(const std::string& data) const {
   const int result =
-      currentPlatform().extendedAttributes->set(servicePath_, system_state::kAttributeName, data);
+      currentPlatform().extendedAttributes->set(servicePath_, on_disk::kRecordAttribute, data);
   if (result < 0) throw LarkspurError::internalError();
 }
 

@@ -7,7 +7,7 @@
 
 #include "foundation/utf8.h"
 #include "state/larkspur_get_persisted_data.h"
-#include "state/system_state_names.h"
+#include "foundation/names_on_disk.h"
 
 namespace {
 
@@ -28,7 +28,7 @@ extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size
   try {
     const auto record = larkspur::LarkspurGetPersistedData().deserializeSystemState(text);
     if (!record) return 0;
-    const auto value = record->stringForKey(larkspur::system_state::kDeclarationVersionKey);
+    const auto value = record->stringForKey(larkspur::on_disk::kDeclarationVersionKey);
     if (value && !larkspur::isUTF8(*value)) std::abort();
   } catch (const larkspur::LarkspurError& error) {
     if (error.kind() != larkspur::LarkspurError::Case::internalError) std::abort();

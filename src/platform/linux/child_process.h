@@ -7,7 +7,6 @@
 #include <memory>
 
 #include "platform/linux/file_descriptor.h"
-#include "platform/task.h"
 
 namespace larkspur::linuxos {
 
@@ -32,7 +31,5 @@ class Child {
   pid_t id_ = -1;
   FileDescriptor descriptor_;
 };
-
-std::shared_ptr<TaskLauncher> makeTaskLauncher();
 
 }  // namespace larkspur::linuxos

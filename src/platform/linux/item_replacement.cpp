@@ -14,11 +14,11 @@
 #include <system_error>
 
 #include "foundation/logger.h"
-#include "platform/linux/directory_walk.h"
-#include "platform/linux/file_copy.h"
 #include "platform/linux/file_descriptor.h"
 #include "platform/linux/scratch_directory.h"
 #include "platform/linux/system_failure.h"
+#include "platform/linux/tree_copy.h"
+#include "platform/linux/tree_walk.h"
 
 namespace larkspur::linuxos {
 namespace {

@@ -17,8 +17,8 @@
 #include <vector>
 
 #include "foundation/logger.h"
-#include "platform/linux/directory_walk.h"
 #include "platform/linux/system_failure.h"
+#include "platform/linux/tree_walk.h"
 
 namespace larkspur::linuxos {
 namespace {

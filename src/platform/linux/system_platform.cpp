@@ -1,11 +1,6 @@
 // SPDX-License-Identifier: Apache-2.0
 // Puts the parts of this folder together.
-#include "platform/linux/bus_notification_center.h"
-#include "platform/linux/child_process.h"
-#include "platform/linux/journal.h"
-#include "platform/linux/linux_file_manager.h"
-#include "platform/linux/small_services.h"
-#include "platform/platform.h"
+#include "platform/linux/system_platform.h"
 
 namespace larkspur {
 

@@ -13,7 +13,7 @@
 
 #include <thread>
 
-#include "platform/linux/linux_file_manager.h"
+#include "platform/linux/system_platform.h"
 #include "support/platform_scope.h"
 #include "support/temporary_root.h"
 

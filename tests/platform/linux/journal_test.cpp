@@ -1,6 +1,6 @@
 // SPDX-License-Identifier: Apache-2.0
 // What a real journal keeps of lines and events, and that a bad one costs nothing.
-#include "platform/linux/journal.h"
+#include "platform/linux/system_platform.h"
 
 #include <gtest/gtest.h>
 #include <signal.h>

@@ -1,5 +1,5 @@
 // SPDX-License-Identifier: Apache-2.0
-// What the rest of the system is told: the name of a change, and the figures of an event.
+// The figures of an analytics event.
 #include <cmath>
 #include <limits>
 
@@ -19,10 +19,6 @@ std::int64_t toNearestTen(std::int64_t bytes) {
 }
 
 }  // namespace
-
-std::string Utilities::changedNotificationName(const std::string& serviceType) const {
-  return "kLarkspurChanged_" + serviceType;
-}
 
 AnalyticsPayload Utilities::analyticsPayload(const std::string& serviceType,
                                              const std::optional<FileURL>& archive,

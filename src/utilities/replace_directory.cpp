@@ -5,6 +5,7 @@
 #include <larkspur/larkspur_error.h>
 
 #include "foundation/error_number.h"
+#include "foundation/names_on_disk.h"
 #include "foundation/percent_encoding.h"
 #include "foundation/utf8.h"
 #include "platform/platform.h"
@@ -15,7 +16,7 @@ namespace larkspur {
 void Utilities::replaceDirectory(const FileURL& source, const FileURL& destination) const {
   logger_.debug("Replacing contents in %s with %s", destination, source);
   try {
-    currentPlatform().fileManager->replaceItem(destination, source, "tmp");
+    currentPlatform().fileManager->replaceItem(destination, source, on_disk::kBackup);
   } catch (const std::exception& failure) {
     const int code = errorNumber(failure);
     logger_.error("FileManager ReplaceItem failed with errno: %d", code);

@@ -19,6 +19,7 @@
 #include "platform/linux/child_output.h"
 #include "platform/linux/per_process.h"
 #include "platform/linux/system_failure.h"
+#include "platform/linux/system_platform.h"
 
 namespace larkspur::linuxos {
 namespace {

@@ -1,6 +1,6 @@
 // SPDX-License-Identifier: Apache-2.0
 // Real children that talk much, end oddly or do not end, in hosts that are set up oddly.
-#include "platform/linux/child_process.h"
+#include "platform/linux/system_platform.h"
 
 #include <fcntl.h>
 #include <signal.h>

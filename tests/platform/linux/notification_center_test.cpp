@@ -1,6 +1,6 @@
 // SPDX-License-Identifier: Apache-2.0
 // Signals on a real bus that is restarted, frozen, gone or taken along through a fork.
-#include "platform/linux/bus_notification_center.h"
+#include "platform/linux/system_platform.h"
 
 #include <fcntl.h>
 #include <gtest/gtest.h>

@@ -1,7 +1,5 @@
 // SPDX-License-Identifier: Apache-2.0
 // The file manager on POSIX calls, relative to descriptors where a tree is walked.
-#include "platform/linux/linux_file_manager.h"
-
 #include <dirent.h>
 #include <fcntl.h>
 #include <pwd.h>
@@ -15,12 +13,13 @@
 #include <string>
 #include <utility>
 
-#include "platform/linux/directory_walk.h"
-#include "platform/linux/file_copy.h"
 #include "platform/linux/file_descriptor.h"
 #include "platform/linux/item_replacement.h"
 #include "platform/linux/scratch_directory.h"
 #include "platform/linux/system_failure.h"
+#include "platform/linux/system_platform.h"
+#include "platform/linux/tree_copy.h"
+#include "platform/linux/tree_walk.h"
 
 namespace larkspur::linuxos {
 namespace {

@@ -1,6 +1,6 @@
 // SPDX-License-Identifier: Apache-2.0
 // Copying an item, with permissions and times, in the kernel where the file systems allow it.
-#include "platform/linux/file_copy.h"
+#include "platform/linux/tree_copy.h"
 
 #include <dirent.h>
 #include <fcntl.h>
@@ -16,10 +16,10 @@
 #include <utility>
 #include <vector>
 
-#include "platform/linux/directory_walk.h"
 #include "platform/linux/file_descriptor.h"
 #include "platform/linux/scratch_directory.h"
 #include "platform/linux/system_failure.h"
+#include "platform/linux/tree_walk.h"
 
 namespace larkspur::linuxos {
 namespace {

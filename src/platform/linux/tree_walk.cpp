@@ -1,7 +1,7 @@
 // SPDX-License-Identifier: Apache-2.0
 // The one walk through a directory tree, relative to descriptors, that looking at a tree, copying
 // it and removing it share.
-#include "platform/linux/directory_walk.h"
+#include "platform/linux/tree_walk.h"
 
 #include <dirent.h>
 #include <fcntl.h>

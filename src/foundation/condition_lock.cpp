@@ -1,6 +1,6 @@
 // SPDX-License-Identifier: Apache-2.0
-// The condition lock on the standard library's mutex; the same on every platform.
-#include "platform/condition_lock.h"
+// The condition lock on the standard library's mutex.
+#include "foundation/condition_lock.h"
 
 namespace larkspur {
 

@@ -1,7 +1,6 @@
 // SPDX-License-Identifier: Apache-2.0
 // The intake of one archive: what is checked, what is done, and in which order.
 #include <algorithm>
-#include <set>
 
 #include <larkspur/larkspur_framework.h>
 
@@ -40,13 +39,6 @@ void LarkspurFramework::requireSupportedContentType(const std::string& contentTy
   if (std::ranges::find(supported, contentType) != supported.end()) return;
   logger_->error("Unsupported contentType %s", contentType);
   throw LarkspurError::invalidMIMEType(contentType);
-}
-
-// Services that carry the same version key count once.
-std::int64_t LarkspurFramework::numberOfManagedServices() {
-  const std::vector<std::string> keys = getDeclarationVersionKeys();
-  const std::set<std::string_view> distinct(keys.begin(), keys.end());
-  return static_cast<std::int64_t>(distinct.size());
 }
 
 }  // namespace larkspur

@@ -3,17 +3,11 @@
 #include <larkspur/larkspur_framework.h>
 
 #include "foundation/logger.h"
+#include "foundation/names_on_disk.h"
 #include "platform/platform.h"
 #include "utilities/utilities.h"
 
 namespace larkspur {
-namespace {
-
-// The leading dot keeps the area out of ordinary listings, but not out of the root scan.
-constexpr char kSavedDirectoryName[] = "._saved";
-
-}  // namespace
-
 void LarkspurFramework::saveServiceCopy(const std::string& serviceType, const FileURL& archiveURL) {
   const FileURL directory = savedCopyURL(serviceType);
   if (currentPlatform().fileManager->existence(directory) != Existence::nothing) {
@@ -34,7 +28,9 @@ void LarkspurFramework::deleteSavedDirectory(const std::string& serviceType) {
 }
 
 FileURL LarkspurFramework::savedCopyURL(const std::string& serviceType) const {
-  return root().appendingPathComponent(kSavedDirectoryName).appendingPathComponent(serviceType);
+  return root()
+      .appendingPathComponent(on_disk::kSavedDirectory)
+      .appendingPathComponent(serviceType);
 }
 
 }  // namespace larkspur

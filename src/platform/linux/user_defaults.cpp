@@ -1,10 +1,7 @@
 // SPDX-License-Identifier: Apache-2.0
-// Attributes in the `user.` namespace, defaults in a file, and a system that a build option names.
-#include "platform/linux/small_services.h"
-
+// User defaults in a JSON file.
 #include <fcntl.h>
 #include <sys/stat.h>
-#include <sys/xattr.h>
 #include <unistd.h>
 
 #include <cerrno>
@@ -12,35 +9,10 @@
 
 #include "platform/json_serialization.h"
 #include "platform/linux/file_descriptor.h"
-
-#ifndef LARKSPUR_INTERNAL_UI
-#define LARKSPUR_INTERNAL_UI 0
-#endif
+#include "platform/linux/system_platform.h"
 
 namespace larkspur::linuxos {
 namespace {
-
-/// The only namespace that every owner of a file may write to.
-class UserAttributes : public ExtendedAttributes {
- public:
-  int set(const FileURL& item, const std::string& name, std::string_view value) override {
-    if (!isWhole(item.path()) || !isWhole(name)) return -1;
-    return ::setxattr(item.path().c_str(), ("user." + name).c_str(), value.data(), value.size(), 0);
-  }
-
-  std::ptrdiff_t get(const FileURL& item, const std::string& name, char* buffer,
-                     std::size_t size) override {
-    if (!isWhole(item.path()) || !isWhole(name)) return -1;
-    return ::getxattr(item.path().c_str(), ("user." + name).c_str(), buffer, size);
-  }
-
- private:
-  static bool isWhole(const std::string& text) {
-    if (text.find('\0') == std::string::npos) return true;
-    errno = EINVAL;
-    return false;
-  }
-};
 
 /// Absolute, or empty where the environment has none that a privileged process may trust.
 std::string directoryFromEnvironment(const char* name) {
@@ -87,20 +59,8 @@ class DefaultsFile : public UserDefaults {
   }
 };
 
-class LinuxVariant : public SystemVariant {
- public:
-  std::optional<std::string> bundleIdentifier() override { return std::nullopt; }
-  bool hasInternalUI(const std::optional<std::string>&) override {
-    return LARKSPUR_INTERNAL_UI != 0;
-  }
-};
-
 }  // namespace
 
-std::shared_ptr<ExtendedAttributes> makeExtendedAttributes() {
-  return std::make_shared<UserAttributes>();
-}
-std::shared_ptr<SystemVariant> makeSystemVariant() { return std::make_shared<LinuxVariant>(); }
 std::shared_ptr<UserDefaults> makeUserDefaults() { return std::make_shared<DefaultsFile>(); }
 
 }  // namespace larkspur::linuxos

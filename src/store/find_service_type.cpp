@@ -8,18 +8,6 @@
 
 namespace larkspur {
 
-std::vector<std::string> LarkspurFramework::getDeclarationVersionKeys() {
-  requireReadiness();
-  std::vector<std::string> keys;
-  for (const FileURL& entry : scanDirectory()) {
-    auto key = LarkspurGetPersistedData().getDeclarationVersion(entry);
-    if (!key) continue;
-    logger_->info("declaration version key for %s is %s", entry, *key);
-    keys.push_back(std::move(*key));
-  }
-  return keys;
-}
-
 FileURL LarkspurFramework::servicePathURL(const std::string& serviceType) {
   return root().appendingPathComponent(serviceType);
 }

@@ -1,8 +1,6 @@
 // SPDX-License-Identifier: Apache-2.0
 // One connection to the system bus, which outlives neither a fork nor a restart of the bus, and
 // whose frozen bus costs a post a second at most.
-#include "platform/linux/bus_notification_center.h"
-
 #include <sys/stat.h>
 #include <systemd/sd-bus.h>
 
@@ -14,6 +12,7 @@
 
 #include "foundation/logger.h"
 #include "platform/linux/per_process.h"
+#include "platform/linux/system_platform.h"
 
 namespace larkspur::linuxos {
 namespace {
