@@ -42,7 +42,7 @@ std::string freshPath(const std::string& parent, std::string_view prefix) {
   if (path.empty() || path.back() != '/') path += '/';
   path += prefix;
   for (std::size_t count = 0; count < kSuffixLength; ++count) {
-    path += kSuffixLetters[random % kSuffixLetters.size()];
+    path += kSuffixLetters[static_cast<std::size_t>(random % kSuffixLetters.size())];
     random /= kSuffixLetters.size();
   }
   return path;
