@@ -162,6 +162,7 @@ class LARKSPUR_EXPORT LarkspurFramework {
                               const std::string& declarationIdentifierKey) const;
   void announceChange(const std::string& name) const;
   std::int64_t numberOfManagedServices();
+  void flush() const;
 
   std::shared_ptr<NotificationCenter> darwin_;
   std::unique_ptr<const Logger> logger_;

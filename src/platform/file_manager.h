@@ -6,6 +6,8 @@
 //   quoted path and whose code is the system's number; the same number is left in `errno`.
 // - A path with a zero byte in it is refused with `EINVAL`, never cut short.
 // - No descriptor outlives a call, and none is inherited by a program that is started meanwhile.
+// - A mode is changed through a descriptor or without following links, so that nobody who may
+//   rename an entry decides whose mode that is.
 // - Neither umask, working directory nor locale of the process matters, and none is changed.
 #pragma once
 
@@ -34,9 +36,9 @@ class EnumeratedItem {
   virtual ~EnumeratedItem() = default;
   /// Where it is.
   virtual FileURL url() const = 0;
-  /// What it is itself; `other` where the system cannot tell.
+  /// What it is itself.
   virtual ItemKind kind() = 0;
-  /// Sets its permission bits exactly, special bits off, without following a link.
+  /// Sets its permission bits exactly, special bits off; a link is never followed.
   virtual void setPosixPermissions(unsigned mode) = 0;
 };
 
@@ -56,17 +58,22 @@ class FileManager {
   /// The home directory of the user that the process runs as; need not exist.
   virtual FileURL homeDirectoryForCurrentUser() = 0;
 
-  /// A new, empty directory of mode 0700 and of a name never given before, on the volume of
-  /// `reference`; the caller owns it. Nothing stands for a location that is no URL.
+  /// A new, empty directory of mode 0700 and a random name, for unpacking; the caller owns it. On
+  /// the volume of `reference` if a directory can be made there. Nothing stands for a location that
+  /// is no URL.
   virtual std::optional<FileURL> makeItemReplacementDirectory(const FileURL& reference) = 0;
 
-  /// Puts the directory `replacement` in the place of `item`, in mode 0755. The contents are
-  /// handed to the disk first. At every moment, also after a crash, the location holds the whole
-  /// old item, the whole new one, or (only where the file system cannot exchange two items)
-  /// nothing. Afterwards nothing is at `replacement`, and the new item carries no attribute of the
-  /// old one. An old item that cannot be removed afterwards is a line on the log and no failure.
-  /// After a failure the old item is in place, and `replacement` where it was.
-  /// `backupName` names the old item while it waits inside a scratch directory, if it must.
+  /// Removes such a directory with all it holds, also what its modes close to its owner.
+  virtual void removeItemReplacementDirectory(const FileURL& directory) = 0;
+
+  /// Puts the directory `replacement` in the place of `item`, in mode 0755. At every moment, also
+  /// after a crash, the location holds the whole old item, the whole new one, or (only where the
+  /// file system cannot exchange two items) nothing; and nothing outside the two locations is open
+  /// to anybody else. The contents are flushed first. Afterwards nothing is at `replacement`, and
+  /// the new item carries no attribute of the old one. An old item that cannot be removed
+  /// afterwards is logged and no failure. After a failure the old item is in place, and
+  /// `replacement` where it was. `backupName` names the old item while it waits in a closed
+  /// directory, if it must.
   virtual void replaceItem(const FileURL& item, const FileURL& replacement,
                            std::string_view backupName) = 0;
 
@@ -75,9 +82,15 @@ class FileManager {
   /// nothing of its own there after a failure.
   virtual void copyItem(const FileURL& source, const FileURL& target) = 0;
 
-  /// Removes the item, a link itself and a directory with all it holds. After a failure part of a
-  /// directory may be gone.
-  virtual void removeItem(const FileURL& item) = 0;
+  /// Removes the item, a link itself and a directory with all it holds, but nothing that is mounted
+  /// there: that is a failure. At every moment, also after a crash, the location holds the whole
+  /// item or nothing: a directory is first moved into a closed, hidden one in `root`, where the
+  /// next removal or replacement clears what a crash left. After a failure the whole item is in
+  /// place. What cannot be removed once part of it is gone stays hidden and is logged.
+  virtual void removeItem(const FileURL& item, const FileURL& root) = 0;
+
+  /// Returns once everything done on the volume of `item` survives a power cut.
+  virtual void flush(const FileURL& item) = 0;
 
   /// The entries directly in `directory`, hidden ones included, in the system's order.
   virtual std::vector<FileURL> contentsOfDirectory(const FileURL& directory) = 0;

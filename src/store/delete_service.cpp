@@ -7,16 +7,19 @@
 
 #include "foundation/logger.h"
 #include "platform/platform.h"
+#include "store/operation.h"
 #include "utilities/utilities.h"
 
 namespace larkspur {
 
 void LarkspurFramework::deleteService(const std::string& declarationVersionKey) {
+  const Operation operation;
   requireReadiness();
   const std::string serviceType = findServiceType(declarationVersionKey);
   logger_->info("Deleting service %s", serviceType);
   removeServiceDirectory(serviceType);
   deleteSavedDirectory(serviceType);
+  if (operation.isOutermost()) flush();
   const std::int64_t services = numberOfManagedServices();
   AnalyticsPayload payload =
       Utilities::shared().analyticsPayload(serviceType, std::nullopt, services, false);

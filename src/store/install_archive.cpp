@@ -7,6 +7,7 @@
 #include "foundation/logger.h"
 #include "platform/platform.h"
 #include "state/larkspur_persist_data.h"
+#include "store/operation.h"
 #include "utilities/utilities.h"
 
 namespace larkspur {
@@ -19,6 +20,7 @@ void LarkspurFramework::installArchive(const std::string& serviceType, const Fil
                                        const std::string& declarationVersionKey,
                                        const std::string& declarationIdentifierKey,
                                        const std::string& hashSHA256, bool force) {
+  const Operation operation;
   requireReadiness();
   requireSupportedContentType(contentType);
   Utilities::shared().admitServiceType(serviceType);
@@ -28,6 +30,7 @@ void LarkspurFramework::installArchive(const std::string& serviceType, const Fil
                       declarationIdentifierKey, hashSHA256, contentType)
       .persistSystemState();
   saveServiceCopy(serviceType, archiveURL);
+  if (operation.isOutermost()) flush();
   const std::int64_t services = numberOfManagedServices();
   AnalyticsPayload payload =
       Utilities::shared().analyticsPayload(serviceType, archiveURL, services, true);

@@ -1,5 +1,5 @@
 // SPDX-License-Identifier: Apache-2.0
-// The one way in which the store makes a directory, and the one in which it removes an item.
+// How the store makes a directory, removes an item, and flushes what it did.
 #include <larkspur/larkspur_framework.h>
 
 #include "foundation/error_number.h"
@@ -26,11 +26,20 @@ void LarkspurFramework::makeDirectory(const FileURL& url, bool withParents) cons
 
 void LarkspurFramework::removeItem(const FileURL& url) {
   try {
-    currentPlatform().fileManager->removeItem(url);
+    currentPlatform().fileManager->removeItem(url, root());
   } catch (const std::exception& failure) {
     const int code = errorNumber(failure);
     logger_->error("FileManager removeItem %s failed with error: %d", url, code);
     throw LarkspurError::internalError();
+  }
+}
+
+// What an operation reported as done survives a power cut.
+void LarkspurFramework::flush() const {
+  try {
+    currentPlatform().fileManager->flush(root());
+  } catch (const std::exception&) {
+    throw LarkspurError::internalError();  // Logged where it failed.
   }
 }
 

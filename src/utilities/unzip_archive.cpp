@@ -23,7 +23,8 @@ void Utilities::unzipArchive(const FileURL& archive, const FileURL& destination)
   std::unique_ptr<Task> task;
   try {
     task = currentPlatform().taskLauncher->launch(
-        FileURL(kUnzip), {"-o", archive.path(), "-d", temporaryDirectory.path()});
+        FileURL(kUnzip), {"-o", archive.path(), "-d", temporaryDirectory.path()},
+        temporaryDirectory);
   } catch (const std::exception& failure) {
     const int code = errorNumber(failure);
     logger_.error("Error running unzip from command line, errno: %d", code);

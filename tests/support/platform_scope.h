@@ -99,7 +99,13 @@ struct ForwardingFileManager : Forwarding<FileManager> {
   void copyItem(const FileURL& source, const FileURL& target) override {
     after("copyItem").copyItem(source, target);
   }
-  void removeItem(const FileURL& item) override { after("removeItem").removeItem(item); }
+  void removeItem(const FileURL& item, const FileURL& root) override {
+    after("removeItem").removeItem(item, root);
+  }
+  void removeItemReplacementDirectory(const FileURL& directory) override {
+    after("removeItemReplacementDirectory").removeItemReplacementDirectory(directory);
+  }
+  void flush(const FileURL& item) override { after("flush").flush(item); }
   std::vector<FileURL> contentsOfDirectory(const FileURL& directory) override {
     return after("contentsOfDirectory").contentsOfDirectory(directory);
   }
@@ -127,8 +133,9 @@ struct ForwardingTask : Forwarding<Task> {
 
 struct ForwardingTaskLauncher : Forwarding<TaskLauncher> {
   using Forwarding::Forwarding;
-  std::unique_ptr<Task> launch(const FileURL& tool, const std::vector<std::string>& with) override {
-    return std::make_unique<ForwardingTask>(after("launch").launch(tool, with), before_);
+  std::unique_ptr<Task> launch(const FileURL& tool, const std::vector<std::string>& with,
+                               const FileURL& writable) override {
+    return std::make_unique<ForwardingTask>(after("launch").launch(tool, with, writable), before_);
   }
 };
 

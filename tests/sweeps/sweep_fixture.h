@@ -67,7 +67,7 @@ class SweepTest : public StoreTest {
   void expectOldOrNew(const Operation& operation) const {
     const bool isUpdate = operation.name == "Update";
     const std::string saved = isUpdate ? "v1" : "-", before = isUpdate ? "v1 v1 v1|-" : "(-|empty)",
-                      deleted = "(v1|part-of-v1|empty) v1 v1|- - (v1|empty|-)",
+                      deleted = "v1 v1 v1|- - (v1|-)",
                       installed = before + " - " + saved + "|v2 - " + saved +
                                   "|v2 v2 (v2|-|empty|other|" + saved + ")";
     EXPECT_TRUE(matches(state(), operation.name == "Delete" ? deleted : installed));

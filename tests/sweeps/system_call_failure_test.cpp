@@ -51,16 +51,17 @@ TEST_F(FallbackTest, TakesTheOtherWay) {
   for (const auto& row : table(4, R"(
 renameat2:error=EINVAL | v2 v2 v2 | 0 | (renameat\([^\n]*\n){2}
 renameat2:error=ENOSYS | v2 v2 v2 | 0 | (renameat\([^\n]*\n){2}
-renameat2:error=EINVAL -e inject=renameat:error=EIO:when=2 | - - v1 | 1 | (renameat\([^\n]*\n){3}
-renameat2:error=EINVAL -e inject=renameat:error=EIO:when=2+ | - - v1 | 2 | (renameat\([^\n]*\n){3}
-renameat2:error=EINVAL -e inject=renameat:error=EIO:when=1 | - - v1 | 1 | renameat\([^\n]*INJ
+renameat2:error=EINVAL -e inject=renameat:error=EIO:when=3 | - - v1 | 1 | (renameat\([^\n]*\n){3}
+renameat2:error=EINVAL -e inject=renameat:error=EIO:when=3+ | - - v1 | 0 | (renameat\([^\n]*\n){3}
+renameat2:error=EINVAL -e inject=renameat:error=EIO:when=2 | - - v1 | 1 | renameat\([^\n]*INJ
 renameat2:error=EXDEV | - - v1 | 1 | renameat2[^\n]*INJ
-renameat2:error=EXDEV:when=1 -e inject=flock:error=EIO | - - v1 | 1 | flock[^\n]*INJ
-renameat2:error=EXDEV:when=1 -e inject=mkdirat:error=EEXIST:when=2 | v2 v2 v2 | 0 | mkdirat[^\n]*INJ
-renameat2:error=EXDEV:when=1 -e inject=mkdirat:error=EROFS:when=2 | - - v1 | 1 | mkdirat[^\n]*INJ
-mkdirat:error=EEXIST | - - v1 | 0 | mkdirat[^\n]*INJ
+flock:error=EIO:when=1 | - - v1 | 1 | flock[^\n]*INJ
+mkdirat:error=EEXIST:when=2 | v2 v2 v2 | 0 | mkdirat[^\n]*INJ
+mkdirat:error=EROFS:when=2 | - - v1 | 1 | mkdirat[^\n]*INJ
+mkdirat:error=EEXIST | v1 v1 v1 | 0 | mkdirat[^\n]*INJ
+mkdirat:error=ENOSPC:when=2+ | - - v1 | 1 | fremovexattr
 getdents64,syncfs,poll,waitid:error=EINTR:when=1 | v2 v2 v2 | 0 | INJ
-renameat2:error=EXDEV:when=1 | v2 v2 v2 | 0 | renameat2\([^\n]*/root/\.larkspur-\w+/[^\n]*RENAME_EXCHANGE\) = 0
+renameat:error=EXDEV:when=1 | v2 v2 v2 | 0 | renameat2\([^\n]*/root/\.larkspur-\w+/[^\n]*RENAME_EXCHANGE\) = 0
 copy_file_range:error=EXDEV | v2 v2 v2 | 0 | write\([^\n]*= 65536
 copy_file_range:error=EINVAL | v2 v2 v2 | 0 | write\([^\n]*= 65536
 copy_file_range:error=ENOSYS | v2 v2 v2 | 0 | write\([^\n]*= 65536
@@ -68,7 +69,7 @@ copy_file_range:error=EOPNOTSUPP | v2 v2 v2 | 0 | write\([^\n]*= 65536
 copy_file_range:error=EBADF | v2 v2 v2 | 0 | write\([^\n]*= 65536
 copy_file_range:error=EPERM | v2 v2 v2 | 0 | write\([^\n]*= 65536
 copy_file_range:error=ETXTBSY | v2 v2 v2 | 0 | write\([^\n]*= 65536
-statx:error=EIO | - - v1 | 0 | statx[^\n]*INJ
+statx:error=EIO | v2 v2 v1 | 0 | statx[^\n]*INJ
 clone,clone3,vfork:error=EAGAIN | - - v1 | 1 | INJECTED
 pidfd_open:error=ENOSYS | v2 v2 v2 | 0 | waitid\(P_PID,
 )")) {

@@ -18,7 +18,7 @@
 #include "platform/linux/scratch_directory.h"
 #include "platform/linux/system_failure.h"
 #include "platform/linux/system_platform.h"
-#include "platform/linux/tree_copy.h"
+#include "platform/linux/tree.h"
 #include "platform/linux/tree_walk.h"
 
 namespace larkspur::linuxos {
@@ -36,7 +36,7 @@ void makeParents(const std::string& path, mode_t mode) {
   const std::size_t last = path.find_last_of('/', path.find_last_not_of('/'));
   for (std::size_t end = path.find('/', 1); end < last + 1; end = path.find('/', end + 1)) {
     const std::string parent = path.substr(0, end);
-    if (makeDirectory(AT_FDCWD, parent.c_str(), mode)) continue;
+    if (makeExactDirectory(AT_FDCWD, parent.c_str(), mode)) continue;
     const int code = errno;
     if (existenceAt(parent.c_str()) != Existence::directory) fail(code, "mkdir", parent);
   }
@@ -71,12 +71,8 @@ class Item : public EnumeratedItem {
   }
 
   void setPosixPermissions(unsigned mode) override {
-    // Not following takes three calls instead of one, and is only needed for what may be a link.
-    const bool cannotBeLink = entry_.type() == DT_DIR || entry_.type() == DT_REG;
-    const int flags = cannotBeLink ? 0 : AT_SYMLINK_NOFOLLOW;
-    if (::fchmodat(entry_.directory(), entry_.name(), mode & kPermissions, flags) != 0) {
+    if (!setMode(entry_.directory(), entry_.name(), mode & kPermissions))
       fail("chmod", entry_.path());
-    }
   }
 
  private:
@@ -124,11 +120,11 @@ class LinuxFileManager : public FileManager {
   void createDirectory(const FileURL& directory, IntermediateDirectories intermediates,
                        unsigned mode) override {
     const char* path = checkedPath("mkdir", directory.path());
-    if (makeDirectory(AT_FDCWD, path, mode)) return;
+    if (makeExactDirectory(AT_FDCWD, path, mode)) return;
     if (intermediates == IntermediateDirectories::no) fail("mkdir", directory.path());
     if (errno == ENOENT) {
       makeParents(directory.path(), mode);
-      if (makeDirectory(AT_FDCWD, path, mode)) return;
+      if (makeExactDirectory(AT_FDCWD, path, mode)) return;
     }
     const int code = errno;
     if (existenceAt(path) != Existence::directory) fail(code, "mkdir", directory.path());
@@ -141,7 +137,7 @@ class LinuxFileManager : public FileManager {
 
   std::optional<FileURL> makeItemReplacementDirectory(const FileURL& reference) override {
     checkedPath("mkdir", reference.path());
-    return FileURL(makeScratchDirectory(scratchAreaFor(reference.path())));
+    return FileURL(makeScratchDirectory(reference.path()));
   }
 
   void replaceItem(const FileURL& item, const FileURL& replacement,
@@ -150,18 +146,31 @@ class LinuxFileManager : public FileManager {
     checkedPath("rename", replacement.path());
     const std::string backup(backupName);
     checkedPath("rename", backup);
-    linuxos::replaceItem(item.path(), replacement.path(), backup);
+    putInPlace(item.path(), replacement.path(), backup);
   }
 
   void copyItem(const FileURL& source, const FileURL& target) override {
     checkedPath("copy", source.path());
     checkedPath("copy", target.path());
-    linuxos::copyItem(source.path(), target.path());
+    cloneTree(source.path(), target.path());
   }
 
-  void removeItem(const FileURL& item) override {
+  void removeItem(const FileURL& item, const FileURL& root) override {
     checkedPath("unlink", item.path());
-    linuxos::removeItem(item.path());
+    checkedPath("unlink", root.path());
+    takeOutOfPlace(item.path(), root.path());
+  }
+
+  void removeItemReplacementDirectory(const FileURL& directory) override {
+    checkedPath("unlink", directory.path());
+    eraseTree(directory.path(), ClosedDirectories::open);
+  }
+
+  void flush(const FileURL& item) override {
+    const FileDescriptor opened(uninterrupted(
+        [&] { return ::open(checkedPath("open", item.path()), O_RDONLY | O_CLOEXEC); }));
+    if (!opened) fail("open", item.path());
+    flushVolume(opened.get(), item.path());
   }
 
   std::vector<FileURL> contentsOfDirectory(const FileURL& directory) override {

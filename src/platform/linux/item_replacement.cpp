@@ -1,139 +1,168 @@
 // SPDX-License-Identifier: Apache-2.0
-// Putting a finished directory in the place of an item, so that no reader and no crash meets a
-// mixture.
+// Swapping trees in and out through a staging directory.
 #include "platform/linux/item_replacement.h"
 
 #include <fcntl.h>
+#include <sys/file.h>
 #include <sys/stat.h>
+#include <sys/xattr.h>
 #include <unistd.h>
 
 #include <cerrno>
 #include <cstdio>
-#include <exception>
+#include <optional>
 #include <string_view>
 #include <system_error>
 
 #include "foundation/logger.h"
+#include "foundation/names_on_disk.h"
 #include "platform/linux/file_descriptor.h"
-#include "platform/linux/scratch_directory.h"
+#include "platform/linux/staging_directory.h"
 #include "platform/linux/system_failure.h"
-#include "platform/linux/tree_copy.h"
+#include "platform/linux/tree.h"
 #include "platform/linux/tree_walk.h"
 
 namespace larkspur::linuxos {
 namespace {
 
 constexpr mode_t kInstalledMode = 0755;
-constexpr mode_t kPermissions = S_IRWXU | S_IRWXG | S_IRWXO;
-constexpr char kStagedName[] = "replacement";
 
+// 0, or the error number.
 int renameItem(const std::string& from, const std::string& to, unsigned flags = 0) {
   return ::renameat2(AT_FDCWD, from.c_str(), AT_FDCWD, to.c_str(), flags) == 0 ? 0 : errno;
 }
 
-void flush(int descriptor, const std::string& path) {
-  if (uninterrupted([&] { return ::syncfs(descriptor); }) != 0) fail("syncfs", path);
+// Puts a staged item back where it came from. If that fails, it stays staged.
+bool putBack(StagingDirectory& staging, const std::string& staged, const std::string& item) {
+  if (renameItem(staged, item) == 0) return true;
+  Logger("Platform")
+      .error("Putting back %s failed, it stays at %s", std::string_view(item),
+             std::string_view(staged));
+  staging.keep();
+  return false;
 }
 
-bool isThere(const std::string& path) {
-  struct stat status;
-  return ::lstat(path.c_str(), &status) == 0;
+// The old item waits in the staging directory until the new one is in place. 0, or the error
+// number and the old item in its place.
+int swapByTwoRenames(StagingDirectory& staging, const std::string& item, const std::string& staged,
+                     const std::string& backupName) {
+  const std::string backup = staging.pathOf(backupName);
+  if (const int code = renameItem(item, backup)) return code;
+  const int code = renameItem(staged, item);
+  if (code != 0) putBack(staging, backup, item);
+  return code;
 }
 
-bool isSameDirectory(const std::string& one, const std::string& other) {
-  struct stat first, second;
-  return ::stat(one.c_str(), &first) == 0 && ::stat(other.c_str(), &second) == 0 &&
-         first.st_dev == second.st_dev && first.st_ino == second.st_ino;
+int swap(StagingDirectory& staging, const std::string& item, const std::string& staged,
+         const std::string& backupName) {
+  const int code = renameItem(staged, item, RENAME_EXCHANGE);
+  if (code != EINVAL && code != ENOSYS) return code;
+  return swapByTwoRenames(staging, item, staged, backupName);
 }
 
-// What came of putting one item in the place of another.
-struct Swap {
-  int failure;          // 0, or the reason why everything is as it was.
-  std::string oldItem;  // Where the old one lies, alone in a directory or by itself.
-};
-
-Swap swapByTwoRenames(const std::string& item, const std::string& replacement,
-                      const std::string& backupName) {
-  const std::string waiting = makeScratchDirectory(parentOf(replacement));
-  const std::string backup = waiting + "/" + backupName;
-  int failure = renameItem(item, backup);
-  if (failure == 0) {
-    failure = renameItem(replacement, item);
-    if (failure == 0) return {0, waiting};
-    if (renameItem(backup, item) != 0) {
-      Logger("Platform")
-          .error("Putting back %s failed, it stays at %s", std::string_view(item),
-                 std::string_view(backup));
-      return {failure, {}};
-    }
-  }
-  removeOrLog(waiting);
-  return {failure, {}};
+// In the staging directory alone a tree may be open to others: nobody else gets that far.
+void publish(StagingDirectory& staging, const std::string& item, const std::string& staged,
+             const std::string& backupName) {
+  const FileDescriptor tree = openDirectory(AT_FDCWD, staged.c_str());
+  if (!tree) fail("open", staged);
+  if (::fchmod(tree.get(), kInstalledMode) != 0) fail("fchmod", staged);
+  flushVolume(tree.get(), staged);
+  if (const int code = swap(staging, item, staged, backupName)) fail(code, "rename", item);
 }
 
-Swap swap(const std::string& item, const std::string& replacement, const std::string& backupName) {
-  const int failure = renameItem(replacement, item, RENAME_EXCHANGE);
-  if (failure != EINVAL && failure != ENOSYS) return {failure, replacement};
+// Puts the tree back if nothing of it is gone yet. Half of it must not go back: it stays hidden,
+// and the next operation removes it.
+void eraseStaged(StagingDirectory& staging, const std::string& staged, const std::string& item) {
+  bool begun = false;
   try {
-    return swapByTwoRenames(item, replacement, backupName);
-  } catch (const std::system_error& error) {
-    return {error.code().value(), {}};
+    eraseTree(staged, ClosedDirectories::respect, &begun);
+  } catch (const std::system_error& failure) {
+    const int code = failure.code().value();
+    if (!begun && putBack(staging, staged, item)) {
+      errno = code;
+      throw;
+    }
+    Logger("Platform").error("Removing %s failed: %@", std::string_view(staged), failure);
+    staging.keep();
   }
 }
 
-enum class StagedBy { copy, rename };
-
-void replaceFromStaging(const std::string& item, const std::string& replacement,
-                        const std::string& backupName, StagedBy way) {
-  StagingDirectory staging(parentOf(item));
-  const std::string staged = staging.path() + "/" + kStagedName;
-  if (way == StagedBy::copy) {
-    copyItem(replacement, staged);
-    flush(staging.descriptor(), staged);
-  } else if (const int code = renameItem(replacement, staged)) {
-    fail(code, "rename", replacement);
-  }
-  if (const int code = swap(item, staged, backupName).failure) {
-    const bool back = way == StagedBy::copy || renameItem(staged, replacement) == 0;
-    if (!back || !isThere(item)) staging.keep();
+// On a disk too full for one more directory the item becomes the staging directory itself, without
+// its record, which would make it a service.
+void hideAndErase(const std::string& item, const std::string& root) {
+  const FileDescriptor directory = openDirectory(AT_FDCWD, item.c_str());
+  struct stat before;
+  if (!directory || ::fstat(directory.get(), &before) != 0) fail("open", item);
+  ::flock(directory.get(), LOCK_EX | LOCK_NB);
+  if (::fchmod(directory.get(), kStagingMode) != 0) fail("fchmod", item);
+  const std::string hidden = randomPath(root, on_disk::kStagingPrefix);
+  if (const int code = renameItem(item, hidden)) {
+    ::fchmod(directory.get(), before.st_mode);
     fail(code, "rename", item);
   }
-  if (way == StagedBy::copy) removeOrLog(replacement);
-}
-
-void putInPlace(const std::string& item, const std::string& replacement,
-                const std::string& backupName) {
-  // After an exchange of neighbours the old item lies where services lie; a crash before its
-  // removal would leave it there as one, record and all. It goes one level further down.
-  if (isSameDirectory(parentOf(item), parentOf(replacement))) {
-    return replaceFromStaging(item, replacement, backupName, StagedBy::rename);
-  }
-  const Swap result = swap(item, replacement, backupName);
-  if (result.failure == EXDEV) {
-    return replaceFromStaging(item, replacement, backupName, StagedBy::copy);
-  }
-  if (result.failure != 0) fail(result.failure, "rename", item);
-  removeOrLog(result.oldItem);
+  const std::string record = std::string("user.") + on_disk::kRecordAttribute;
+  ::fremovexattr(directory.get(), record.c_str());
+  eraseOrLog(hidden);
 }
 
 }  // namespace
 
-void replaceItem(const std::string& item, const std::string& replacement,
-                 const std::string& backupName) {
-  const FileDescriptor directory = openDirectory(AT_FDCWD, replacement.c_str());
-  struct stat before;
-  if (!directory || ::fstat(directory.get(), &before) != 0) fail("open", replacement);
+void flushVolume(int descriptor, const std::string& path) {
+  if (uninterrupted([&] { return ::syncfs(descriptor); }) == 0) return;
+  const int code = errno;
+  Logger("Platform").error("Flushing %s failed, errno: %d", std::string_view(path), code);
+  fail(code, "syncfs", path);
+}
+
+void putInPlace(const std::string& item, const std::string& replacement,
+                const std::string& backupName) {
+  StagingDirectory staging(parentPath(item));
+  const std::string staged = staging.pathOf(on_disk::kStagedTree);
+  const int moved = renameItem(replacement, staged);
+  if (moved == EXDEV) {
+    cloneTree(replacement, staged);
+  } else if (moved != 0) {
+    fail(moved, "rename", replacement);
+  }
   try {
-    if (::fchmod(directory.get(), kInstalledMode) != 0) fail("fchmod", replacement);
-    flush(directory.get(), replacement);
-    putInPlace(item, replacement, backupName);
-  } catch (const std::exception&) {
-    // What was refused is nobody else's to read.
+    publish(staging, item, staged, backupName);
+  } catch (const std::system_error&) {
     const int code = errno;
-    [[maybe_unused]] const int result = ::fchmod(directory.get(), before.st_mode & kPermissions);
+    // Closed again before it leaves.
+    if (moved == 0 && setMode(AT_FDCWD, staged.c_str(), S_IRWXU))
+      putBack(staging, staged, replacement);
     errno = code;
     throw;
   }
+  if (moved == EXDEV) eraseOrLog(replacement);
+}
+
+void takeOutOfPlace(const std::string& item, const std::string& root) {
+  struct stat status;
+  if (::lstat(item.c_str(), &status) != 0) fail("lstat", item);
+  const bool isDirectory = S_ISDIR(status.st_mode);
+  // One call removes these whole.
+  if ((isDirectory ? ::rmdir(item.c_str()) : ::unlink(item.c_str())) == 0)
+    return removeLeftovers(root);
+  if (!isDirectory || errno != ENOTEMPTY) fail(isDirectory ? "rmdir" : "unlink", item);
+
+  requireErasable(item);
+  std::optional<StagingDirectory> staging;
+  try {
+    staging.emplace(root);
+  } catch (const std::system_error& failure) {
+    const int code = failure.code().value();
+    if (code != ENOSPC && code != EDQUOT) throw;
+    return hideAndErase(item, root);
+  }
+  std::string staged = staging->pathOf(on_disk::kStagedTree);
+  int code = renameItem(item, staged);
+  if (code == EXDEV) {
+    staged = staging.emplace(parentPath(item)).pathOf(on_disk::kStagedTree);
+    code = renameItem(item, staged);
+  }
+  if (code != 0) fail(code, "rename", item);
+  eraseStaged(*staging, staged, item);
 }
 
 }  // namespace larkspur::linuxos

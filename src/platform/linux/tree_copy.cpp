@@ -1,6 +1,6 @@
 // SPDX-License-Identifier: Apache-2.0
 // Copying an item, with permissions and times, in the kernel where the file systems allow it.
-#include "platform/linux/tree_copy.h"
+#include "platform/linux/tree.h"
 
 #include <dirent.h>
 #include <fcntl.h>
@@ -17,7 +17,6 @@
 #include <vector>
 
 #include "platform/linux/file_descriptor.h"
-#include "platform/linux/scratch_directory.h"
 #include "platform/linux/system_failure.h"
 #include "platform/linux/tree_walk.h"
 
@@ -153,7 +152,8 @@ class TreeCopy : public WalkVisitor {
   void meet(const WalkEntry& entry) override {
     switch (entry.type()) {
       case DT_DIR:
-        if (!makeDirectory(target_.current(), entry.name(), S_IRWXU)) fail("mkdir", entry.path());
+        if (!makeExactDirectory(target_.current(), entry.name(), S_IRWXU))
+          fail("mkdir", entry.path());
         return;
       case DT_REG:
         return copyFile(entry, target_.current(), entry.name());
@@ -186,8 +186,9 @@ class TreeCopy : public WalkVisitor {
 
   static void finish(int directory, const char* name, const struct stat& status,
                      const std::string& path) {
-    if (::utimensat(directory, name, timesOf(status).data(), 0) != 0) fail("utimensat", path);
-    if (::fchmodat(directory, name, status.st_mode & kPermissions, 0) != 0) fail("chmod", path);
+    if (::utimensat(directory, name, timesOf(status).data(), AT_SYMLINK_NOFOLLOW) != 0)
+      fail("utimensat", path);
+    if (!setMode(directory, name, status.st_mode & kPermissions)) fail("chmod", path);
   }
 
  private:
@@ -208,18 +209,18 @@ void fillDirectory(const std::string& source, const std::string& target) {
 }
 
 void copyDirectory(const std::string& source, const std::string& target) {
-  if (!makeDirectory(AT_FDCWD, target.c_str(), S_IRWXU)) fail("mkdir", target);
+  if (!makeExactDirectory(AT_FDCWD, target.c_str(), S_IRWXU)) fail("mkdir", target);
   try {
     fillDirectory(source, target);
   } catch (...) {
-    removeOrLog(target);
+    eraseOrLog(target);
     throw;
   }
 }
 
 }  // namespace
 
-void copyItem(const std::string& source, const std::string& target) {
+void cloneTree(const std::string& source, const std::string& target) {
   struct stat status;
   if (::lstat(source.c_str(), &status) != 0) fail("lstat", source);
   const std::string noPrefix;

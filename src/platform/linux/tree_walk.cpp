@@ -75,9 +75,11 @@ class Walk {
 
   void findType(std::size_t position) {
     struct stat status;
-    if (::fstatat(trail_.current(), &names_[position + 1], &status, AT_SYMLINK_NOFOLLOW) == 0) {
-      names_[position] = static_cast<char>(IFTODT(status.st_mode));
-    }
+    const char* name = &names_[position + 1];
+    // Taken for a file, a directory would be passed over with all the links in it.
+    if (::fstatat(trail_.current(), name, &status, AT_SYMLINK_NOFOLLOW) != 0)
+      fail("fstatat", prefix_ + name);
+    names_[position] = static_cast<char>(IFTODT(status.st_mode));
   }
 
   void descend(std::size_t position, const WalkEntry& entry) {
@@ -108,35 +110,6 @@ class Walk {
   std::string prefix_;  // The path of the directory that the walk is in, with a slash behind.
   std::vector<char> names_;
   std::vector<Level> levels_;
-};
-
-class Removal : public WalkVisitor {
- public:
-  explicit Removal(ClosedDirectories closed) : closed_(closed) {}
-
-  void meet(const WalkEntry& entry) override {
-    if (entry.type() != DT_DIR) {
-      unlink(entry, 0);
-    } else if (closed_ == ClosedDirectories::open) {
-      // Where this is refused, the removal finds out by itself.
-      [[maybe_unused]] const int result = ::fchmodat(entry.directory(), entry.name(), S_IRWXU, 0);
-    }
-  }
-  void leave(const WalkEntry& entry) override { unlink(entry, AT_REMOVEDIR); }
-  void unopened(const WalkEntry& entry) override {
-    const int code = errno;
-    // An empty directory goes also when it cannot be opened.
-    if (::unlinkat(entry.directory(), entry.name(), AT_REMOVEDIR) != 0) {
-      fail(code, "openat", entry.path());
-    }
-  }
-
- private:
-  static void unlink(const WalkEntry& entry, int flags) {
-    if (::unlinkat(entry.directory(), entry.name(), flags) != 0) fail("unlinkat", entry.path());
-  }
-
-  ClosedDirectories closed_;
 };
 
 }  // namespace
@@ -197,21 +170,6 @@ FileDescriptor openDirectory(int parent, const char* name) noexcept {
 
 void walkDirectory(FileDescriptor top, const std::string& path, WalkVisitor& visitor) {
   Walk(std::move(top), path, visitor).run();
-}
-
-void removeItem(const std::string& path, ClosedDirectories closed) {
-  FileDescriptor top = openDirectory(AT_FDCWD, path.c_str());
-  if (!top) {
-    const int code = errno;
-    if (::unlink(path.c_str()) == 0) return;
-    if (errno != EISDIR) fail("unlink", path);
-    // An empty directory goes also when it cannot be opened.
-    if (::rmdir(path.c_str()) != 0) fail(code, "open", path);
-    return;
-  }
-  Removal removal(closed);
-  walkDirectory(std::move(top), path, removal);
-  if (::rmdir(path.c_str()) != 0) fail("rmdir", path);
 }
 
 }  // namespace larkspur::linuxos

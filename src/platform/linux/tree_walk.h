@@ -53,7 +53,7 @@ class WalkEntry {
   /// The directory that it is in.
   int directory() const noexcept { return directory_; }
   const char* name() const noexcept { return name_; }
-  /// `DT_…`, of the entry itself; `DT_UNKNOWN` only where the system cannot tell.
+  /// `DT_…`, of the entry itself; never `DT_UNKNOWN`.
   unsigned char type() const noexcept { return type_; }
   std::string path() const { return prefix_ + name_; }
 
@@ -87,11 +87,5 @@ FileDescriptor openDirectory(int parent, const char* name) noexcept;
 /// Walks everything below `top`, which is at `path`: each entry in the system's order, and what is
 /// below it before the next one. No link is followed.
 void walkDirectory(FileDescriptor top, const std::string& path, WalkVisitor& visitor);
-
-/// Whether directories that their owner may not search are made searchable first.
-enum class ClosedDirectories : bool { respect, open };
-
-/// Removes the item, a link itself and a directory with all it holds.
-void removeItem(const std::string& path, ClosedDirectories closed = ClosedDirectories::respect);
 
 }  // namespace larkspur::linuxos

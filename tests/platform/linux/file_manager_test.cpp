@@ -106,7 +106,7 @@ TEST_F(FileManagerTest, FailuresLeaveTheirNumberAndNothingElse) {
       {EINVAL, [&] { files->copyItem(zero, none); }},
       {EINVAL, [&] { files->copyItem(file, zero); }},
       {EINVAL, [&] { files->copyItem(at(""), at("into-itself")); }},
-      {EINVAL, [&] { files->removeItem(zero); }},
+      {EINVAL, [&] { files->removeItem(zero, at("")); }},
       {EINVAL, [&] { files->contentsOfDirectory(zero); }},
       {EINVAL, [&] { files->enumerate(zero, {}); }},
       {EINVAL, [&] { files->fileSize(zero); }},
@@ -131,8 +131,8 @@ TEST_F(FileManagerTest, DepthCostsNoDescriptors) {
     files->enumerate(at("copy/"),
                      [&](auto& item) { length += item.url().path().size() == length + 2 ? 2 : 0; });
     EXPECT_EQ(length, at("copy").path().size() + 2 * 1999);
-    files->removeItem(at("copy"));
-    files->removeItem(at("d"));
+    files->removeItem(at("copy"), at(""));
+    files->removeItem(at("d"), at(""));
     EXPECT_EQ(snapshot(root()), Tree{});
   });
 }
@@ -160,14 +160,14 @@ TEST_F(FileManagerTest, OwnersOpenClosedDirectoriesOnTheWay) {
     files->enumerate(at("t"), [&](EnumeratedItem&) { ++met; });
     EXPECT_EQ(met, 5);
     EXPECT_EQ(failureOf([this] { files->copyItem(at("t"), at("copy")); }), EACCES);
-    EXPECT_EQ(failureOf([this] { files->removeItem(at("t/closed")); }), EACCES);
+    EXPECT_EQ(failureOf([this] { files->removeItem(at("t/closed"), at("")); }), EACCES);
     files->enumerate(at("t"), [](EnumeratedItem& item) {
       item.setPosixPermissions(item.kind() == ItemKind::directory ? 0755 : 0444);
     });
     const Tree all = snapshot(root());
     EXPECT_EQ(all.size(), 8U);
     EXPECT_EQ(all.at("t/closed/in") + all.at("t/closed/in/f"), "d755f444 ");
-    files->removeItem(at("t"));
+    files->removeItem(at("t"), at(""));
     EXPECT_EQ(snapshot(root()), Tree{});
   });
 }
@@ -254,7 +254,7 @@ TEST_F(FileManagerTest, ScratchDirectoriesAreOnTheMountOfTheReference) {
     ::setenv("TMPDIR", ".", 1);  // Not absolute, so it is none.
     const FileURL made = *files->makeItemReplacementDirectory(at(""));
     EXPECT_FALSE(made.path().starts_with(std::filesystem::current_path().native())) << made.path();
-    files->removeItem(made);
+    files->removeItem(made, at(""));
   });
 }
 
@@ -270,7 +270,7 @@ TEST_F(FileManagerTest, CopiesAreWholeAndNeverOverwrite) {
        " | sort; } && list " +
        name + " > one && list copy | diff one -");
     EXPECT_EQ(failureOf([&] { files->copyItem(at(name), at("copy")); }), EEXIST);
-    files->removeItem(at("copy"));
+    files->removeItem(at("copy"), at(""));
   }
   files->copyItem(FileURL("/proc/version"), at("copy"));  // a file that claims to be empty
   sh("cmp copy same");

@@ -23,7 +23,7 @@ using namespace std::string_literals;
 struct ChildProcessTest : LarkspurTest {
   using Said = std::pair<std::string, std::string>;
   static Said run(const std::string& tool, const std::vector<std::string>& arguments) {
-    const auto task = linuxos::makeTaskLauncher()->launch(FileURL(tool), arguments);
+    const auto task = linuxos::makeTaskLauncher()->launch(FileURL(tool), arguments, FileURL("/"));
     std::string output = task->readStandardOutputToEnd();
     return {std::move(output), task->readStandardErrorToEnd()};
   }
@@ -60,7 +60,7 @@ TEST_F(ChildProcessTest, OnlyTheChildIsWaitedFor) {
   const auto start = std::chrono::steady_clock::now();
   EXPECT_EQ(shell("sleep 9 & echo inherited").first, "inherited\n");
   EXPECT_EQ(shell("exec >&- 2>&-; sleep 3"), Said());
-  linuxos::makeTaskLauncher()->launch(FileURL("/bin/sleep"), {"3"}).reset();
+  linuxos::makeTaskLauncher()->launch(FileURL("/bin/sleep"), {"3"}, FileURL("/")).reset();
   EXPECT_LT(std::chrono::steady_clock::now() - start, 3s);
   std::this_thread::sleep_for(3500ms);
   EXPECT_EQ(shell("echo next").first, "next\n");  // and nobody is left
@@ -109,7 +109,7 @@ TEST_F(ChildProcessTest, WithoutDescriptorsALaunchFailsOrWorks) {
   const auto lowest = static_cast<rlim_t>(::dup(0));
   ::close(static_cast<int>(lowest));
   int worked = 0;
-  for (rlimit few{lowest, usual.rlim_max}; few.rlim_cur < lowest + 7; ++few.rlim_cur) {
+  for (rlimit few{lowest, usual.rlim_max}; few.rlim_cur < lowest + 9; ++few.rlim_cur) {
     ::setrlimit(RLIMIT_NOFILE, &few);
     try {
       worked += shell("sleep 3 & echo done").first == "done\n";

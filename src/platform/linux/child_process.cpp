@@ -1,0 +1,157 @@
+// SPDX-License-Identifier: Apache-2.0
+// Starting a child by `vfork`, because `posix_spawn` has no step for confining it, and reaping it.
+#include "platform/linux/child_process.h"
+
+#include <fcntl.h>
+#include <poll.h>
+#include <signal.h>
+#include <sys/syscall.h>
+#include <sys/wait.h>
+#include <unistd.h>
+
+#include <cerrno>
+
+#include "platform/linux/system_failure.h"
+
+namespace larkspur::linuxos {
+namespace {
+
+constexpr int kExitMilliseconds = 30;
+
+/// What the child needs and what it answers, in memory that it shares with its parent until it
+/// executes the tool.
+struct Launch {
+  const char* executable;
+  char* const* arguments;
+  char* const* environment;
+  bool hasInput;
+  int standardOutput, standardError;
+  Confinement& confinement;
+  const char* failedCall = nullptr;
+  int code = 0;
+};
+
+[[noreturn]] void giveUp(Launch& launch, const char* call) {
+  launch.code = errno;
+  launch.failedCall = call;
+  // Emulators and checkers make `vfork` a `fork`, where the parent sees no answer; but it will see
+  // that a tool without a word has said something.
+  constexpr char kText[] = "not started\n";
+  ::syscall(SYS_write, launch.standardError, kText, sizeof kText - 1);
+  while (true) ::syscall(SYS_exit_group, 127);
+}
+
+template <typename... Arguments>
+int attempt(Launch& launch, const char* call, long number, Arguments... arguments) {
+  const long result = ::syscall(number, arguments...);
+  if (result < 0) giveUp(launch, call);
+  return static_cast<int>(result);
+}
+
+/// The child's whole life before the tool. Only system calls, and these without the C library's
+/// wrappers: those of sanitizers and of the coverage tool would write down in the parent's memory
+/// what is true for the child alone.
+[[noreturn]] void runTool(Launch& launch) {
+  // The kernel's form of default handling, and of a mask without signals.
+  static constexpr unsigned long kNone[16] = {};
+  constexpr std::size_t kMaskSize = _NSIG / 8;
+
+  // First, since the ruleset's number may be one of the standard streams'.
+  if (!launch.confinement.enter()) giveUp(launch, "landlock_restrict_self");
+  attempt(launch, "setsid", SYS_setsid);
+  if (!launch.hasInput) {
+    const int null = attempt(launch, "open", SYS_openat, AT_FDCWD, "/dev/null", O_RDONLY);
+    if (null != STDIN_FILENO) attempt(launch, "dup3", SYS_dup3, null, STDIN_FILENO, 0);
+  }
+  attempt(launch, "dup3", SYS_dup3, launch.standardOutput, STDOUT_FILENO, 0);
+  launch.standardError = attempt(launch, "dup3", SYS_dup3, launch.standardError, STDERR_FILENO, 0);
+  attempt(launch, "close_range", SYS_close_range, STDERR_FILENO + 1, ~0U, 0);
+  // SIGKILL and SIGSTOP refuse.
+  for (int signal = 1; signal < _NSIG; ++signal)
+    ::syscall(SYS_rt_sigaction, signal, kNone, nullptr, kMaskSize);
+  attempt(launch, "sigprocmask", SYS_rt_sigprocmask, SIG_SETMASK, kNone, nullptr, kMaskSize);
+  ::syscall(SYS_execve, launch.executable, launch.arguments, launch.environment);
+  giveUp(launch, "execve");
+}
+
+/// Returns in the parent alone, once the tool runs or could not start.
+pid_t start(Launch& launch) {
+  const pid_t id = ::vfork();  // NOLINT(clang-analyzer-*): runTool minds what is dangerous in it
+  if (id == 0) runTool(launch);
+  return id;
+}
+
+std::vector<char*> pointers(std::vector<std::string>& texts) {
+  std::vector<char*> list;
+  for (std::string& text : texts) {
+    checkedPath("execve", text);
+    list.push_back(text.data());
+  }
+  list.push_back(nullptr);
+  return list;
+}
+
+}  // namespace
+
+Child::Child(ChildStart with) {
+  const std::vector<char*> arguments = pointers(with.arguments);
+  const std::vector<char*> environment = pointers(with.environment);
+  // Without an input the tool's first file would become its input, and the tool would take the
+  // bytes of an archive for answers to its questions.
+  const int input = ::fcntl(STDIN_FILENO, F_GETFD);
+  Launch launch{.executable = checkedPath("execve", with.executable),
+                .arguments = arguments.data(),
+                .environment = environment.data(),
+                .hasInput = input >= 0 && (input & FD_CLOEXEC) == 0,
+                .standardOutput = with.standardOutput,
+                .standardError = with.standardError,
+                .confinement = with.confinement};
+  // No handler of the host may run in the child.
+  sigset_t all, before;
+  ::sigfillset(&all);
+  ::pthread_sigmask(SIG_SETMASK, &all, &before);
+  id_ = start(launch);
+  const int code = errno;
+  ::pthread_sigmask(SIG_SETMASK, &before, nullptr);
+  if (id_ < 0) fail(code, "vfork", with.executable);
+  if (launch.code != 0) {
+    uninterrupted([this] { return ::waitpid(id_, nullptr, 0); });  // It is about to end.
+    fail(launch.code, launch.failedCall, with.executable);
+  }
+  descriptor_ = FileDescriptor(static_cast<int>(::syscall(SYS_pidfd_open, id_, 0)));
+}
+
+bool Child::reap() noexcept {
+  if (id_ < 0) return true;
+  siginfo_t end;
+  int result = 0;
+  do {
+    end.si_pid = 0;
+    // The descriptor stays with this very child; a bare id may have passed on to another child
+    // where the host reaps whatever ends.
+    result = descriptor_
+                 ? ::waitid(P_PIDFD, static_cast<id_t>(descriptor_.get()), &end, WEXITED | WNOHANG)
+                 : ::waitid(P_PID, static_cast<id_t>(id_), &end, WEXITED | WNOHANG);
+  } while (result != 0 && errno == EINTR);
+  if (result == 0 && end.si_pid == 0) return false;
+  if (result != 0 && errno != ECHILD && descriptor_) {
+    // The number is no child any more, since the host closed all it did not know; not ours to
+    // close.
+    descriptor_.release();
+    return reap();
+  }
+  id_ = -1;
+  descriptor_.reset();
+  return true;
+}
+
+bool Child::reapShortly() noexcept {
+  for (int waited = 0; waited < kExitMilliseconds; ++waited) {
+    if (reap()) return true;
+    pollfd ended{descriptor_.get(), POLLIN, 0};
+    ::poll(&ended, 1, 1);
+  }
+  return reap();
+}
+
+}  // namespace larkspur::linuxos

@@ -1,0 +1,152 @@
+// SPDX-License-Identifier: Apache-2.0
+// Making directories, setting modes, and removing trees.
+#include "platform/linux/tree.h"
+
+#include <dirent.h>
+#include <fcntl.h>
+#include <sys/stat.h>
+#include <sys/syscall.h>
+#include <unistd.h>
+
+#include <algorithm>
+#include <cerrno>
+#include <exception>
+
+#include "foundation/logger.h"
+#include "platform/linux/system_failure.h"
+#include "platform/linux/tree_walk.h"
+
+namespace larkspur::linuxos {
+namespace {
+
+// The same on every architecture; newer than the headers of Debian 12.
+constexpr long kFchmodat2 = 452;
+
+// `entry` as statx sees it, without crossing into what may be mounted there on demand.
+struct statx look(int directory, const char* name, const std::string& path) {
+  constexpr int kFlags = AT_SYMLINK_NOFOLLOW | AT_NO_AUTOMOUNT | AT_EMPTY_PATH;
+  struct statx status;
+  if (uninterrupted([&] { return ::statx(directory, name, kFlags, STATX_TYPE, &status); }) != 0)
+    fail("statx", path);
+  return status;
+}
+
+// Devices tell a mount only where the kernel does not: a bind mount has the device of its source.
+bool isMountPoint(const struct statx& entry, const struct statx& top) noexcept {
+  if ((entry.stx_attributes_mask & STATX_ATTR_MOUNT_ROOT) != 0)
+    return (entry.stx_attributes & STATX_ATTR_MOUNT_ROOT) != 0;
+  return entry.stx_dev_major != top.stx_dev_major || entry.stx_dev_minor != top.stx_dev_minor;
+}
+
+class ErasureCheck : public WalkVisitor {
+ public:
+  ErasureCheck(int top, const std::string& path) : top_(look(top, "", path)) { check(top_, path); }
+
+  void meet(const WalkEntry& entry) override {
+    if (!isRoot_ && ::faccessat(entry.directory(), ".", W_OK | X_OK, AT_EACCESS) != 0)
+      fail("faccessat", entry.path());
+    const struct statx status = look(entry.directory(), entry.name(), entry.path());
+    if (isMountPoint(status, top_)) fail(EBUSY, "unlinkat", entry.path());
+    check(status, entry.path());
+  }
+
+ private:
+  static void check(const struct statx& status, const std::string& path) {
+    constexpr std::uint64_t kFixed = STATX_ATTR_IMMUTABLE | STATX_ATTR_APPEND;
+    if ((status.stx_attributes & kFixed) != 0) fail(EPERM, "unlinkat", path);
+  }
+
+  const bool isRoot_ = ::geteuid() == 0;
+  const struct statx top_;
+};
+
+class Erasure : public WalkVisitor {
+ public:
+  Erasure(int top, const std::string& path, ClosedDirectories closed, bool& begun)
+      : closed_(closed), begun_(begun), top_(look(top, "", path)) {}
+
+  void meet(const WalkEntry& entry) override {
+    if (entry.type() != DT_DIR) {
+      unlink(entry, 0);
+    } else if (closed_ == ClosedDirectories::open) {
+      // Where this is refused, opening it fails next.
+      [[maybe_unused]] const bool done = setMode(entry.directory(), entry.name(), S_IRWXU);
+    }
+  }
+  void enter(const WalkEntry& entry, int opened) override {
+    if (isMountPoint(look(opened, "", entry.path()), top_)) fail(EBUSY, "unlinkat", entry.path());
+  }
+  void leave(const WalkEntry& entry) override { unlink(entry, AT_REMOVEDIR); }
+
+ private:
+  void unlink(const WalkEntry& entry, int flags) {
+    if (::unlinkat(entry.directory(), entry.name(), flags) != 0) fail("unlinkat", entry.path());
+    begun_ = true;
+  }
+
+  const ClosedDirectories closed_;
+  bool& begun_;
+  const struct statx top_;
+};
+
+}  // namespace
+
+std::string parentPath(std::string_view path) {
+  path = path.substr(0, path.find_last_not_of('/') + 1);
+  path = path.substr(0, path.find_last_of('/') + 1);
+  path = path.substr(0, std::max(path.find_last_not_of('/') + 1, std::size_t{1}));
+  if (path.empty()) return "/";
+  return std::string(path);
+}
+
+bool setMode(int directory, const char* name, mode_t mode) noexcept {
+  if (::syscall(kFchmodat2, directory, name, mode, AT_SYMLINK_NOFOLLOW) == 0) return true;
+  // An old kernel lacks the call, and an old filter may refuse it; the C library's own way takes
+  // four calls and /proc.
+  if (errno != ENOSYS && errno != EPERM) return false;
+  return ::fchmodat(directory, name, mode, AT_SYMLINK_NOFOLLOW) == 0;
+}
+
+bool makeExactDirectory(int parent, const char* name, mode_t mode) noexcept {
+  if (::mkdirat(parent, name, mode) != 0) return false;
+  if (setMode(parent, name, mode)) return true;
+  const int code = errno;
+  ::unlinkat(parent, name, AT_REMOVEDIR);
+  errno = code;
+  return false;
+}
+
+void requireErasable(const std::string& path) {
+  FileDescriptor top = openDirectory(AT_FDCWD, path.c_str());
+  if (!top) fail("open", path);
+  ErasureCheck check(top.get(), path);
+  walkDirectory(std::move(top), path, check);
+}
+
+void eraseTree(const std::string& path, ClosedDirectories closed, bool* begun) {
+  FileDescriptor top = openDirectory(AT_FDCWD, path.c_str());
+  if (!top) {
+    const int code = errno;
+    if (::unlink(path.c_str()) == 0) return;
+    if (errno != EISDIR) fail("unlink", path);
+    // An empty directory can be removed even if it cannot be opened.
+    if (::rmdir(path.c_str()) != 0) fail(code, "open", path);
+    return;
+  }
+  bool ignored = false;
+  Erasure erasure(top.get(), path, closed, begun != nullptr ? *begun : ignored);
+  walkDirectory(std::move(top), path, erasure);
+  if (::rmdir(path.c_str()) != 0) fail("rmdir", path);
+}
+
+void eraseOrLog(const std::string& path) noexcept {
+  const int code = errno;
+  try {
+    eraseTree(path, ClosedDirectories::open);
+  } catch (const std::exception& failure) {
+    Logger("Platform").error("Removing %s failed: %@", std::string_view(path), failure);
+  }
+  errno = code;
+}
+
+}  // namespace larkspur::linuxos
