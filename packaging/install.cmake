@@ -6,14 +6,6 @@ set(larkspur_package_dir "${CMAKE_INSTALL_LIBDIR}/cmake/Larkspur")
 
 # --- the library ---------------------------------------------------------------------------------
 
-if(NOT LARKSPUR_BUILD_SHARED)
-  # The package file makes the installed target under a name that no consumer uses.
-  list(TRANSFORM larkspur_requirements REPLACE "(.+)" "$<BUILD_INTERFACE:$<LINK_ONLY:\\1>>"
-    OUTPUT_VARIABLE larkspur_interface)
-  set_property(TARGET larkspur PROPERTY INTERFACE_LINK_LIBRARIES ${larkspur_interface}
-    "$<INSTALL_INTERFACE:$<LINK_ONLY:PkgConfig::LARKSPUR_PRIVATE>>")
-endif()
-
 install(TARGETS larkspur EXPORT LarkspurTargets
   LIBRARY DESTINATION ${CMAKE_INSTALL_LIBDIR} COMPONENT runtime NAMELINK_COMPONENT dev
   ARCHIVE DESTINATION ${CMAKE_INSTALL_LIBDIR} COMPONENT dev
@@ -37,6 +29,12 @@ install(EXPORT LarkspurTargets NAMESPACE Larkspur:: DESTINATION ${larkspur_packa
 file(RELATIVE_PATH larkspur_up "${CMAKE_INSTALL_FULL_LIBDIR}/pkgconfig" "${CMAKE_INSTALL_PREFIX}")
 set(LARKSPUR_PC_PREFIX "\${pcfiledir}/${larkspur_up}")
 string(REGEX REPLACE "/$" "" LARKSPUR_PC_PREFIX "${LARKSPUR_PC_PREFIX}")
+# The shared library finds by itself what it is linked with; with a static one the client links it.
+if(LARKSPUR_BUILD_SHARED)
+  set(larkspur_modules "")
+endif()
+string(REPLACE ">=" " >= " LARKSPUR_PC_REQUIRES_PRIVATE "${larkspur_modules}")
+string(REPLACE ";" ", " LARKSPUR_PC_REQUIRES_PRIVATE "${LARKSPUR_PC_REQUIRES_PRIVATE}")
 foreach(directory LIBDIR INCLUDEDIR)
   if(IS_ABSOLUTE "${CMAKE_INSTALL_${directory}}")
     set(LARKSPUR_PC_${directory} "${CMAKE_INSTALL_${directory}}")
