@@ -42,7 +42,9 @@ class LARKSPUR_EXPORT FileURL {
   std::string_view lastPathComponent() const noexcept;
 
   /// Two locations are equal when their paths are the same bytes.
-  bool operator==(const FileURL& other) const = default;
+  bool operator==(const FileURL& other) const noexcept { return path_ == other.path_; }
+  /// The opposite, which C++17 does not derive.
+  bool operator!=(const FileURL& other) const noexcept { return path_ != other.path_; }
 
  private:
   FileURL() = default;

@@ -31,6 +31,7 @@
 #include <larkspur/export.h>
 #include <larkspur/file_url.h>
 #include <larkspur/larkspur_error.h>
+#include <larkspur/service.h>
 
 namespace larkspur {
 
@@ -130,6 +131,22 @@ class LARKSPUR_EXPORT LarkspurFramework {
   /// Throws `serviceNotFound` with the key, or `internalError` when the root cannot be listed.
   /// Changes nothing.
   virtual std::string findServiceType(const std::string& declarationVersionKey);
+
+  // What follows is not virtual, so that the operation table stays as it is.
+
+  /// `installArchive` with its arguments by name; calls the virtual one. A class that overrides
+  /// that one hides this one, unless it says `using LarkspurFramework::installArchive`.
+  void installArchive(const Installation& installation);
+
+  /// Unpacks the archive into scratch space as an install does and removes the scratch space, so
+  /// that a client that calls it first loses no tree to a bad archive. Touches no service and
+  /// announces nothing. Throws `unzipFailed` or `symbolicLinksNotAllowed` where an install would,
+  /// `internalError` for any other failure.
+  void checkArchive(const FileURL& archiveURL);
+
+  /// The services with a readable record, in the order of the directory. Throws `internalError`
+  /// when the root cannot be listed. Changes nothing.
+  std::vector<Service> services();
 
  protected:
   // The steps that the operations above are made of, in the order of the operation table.

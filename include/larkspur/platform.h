@@ -57,6 +57,9 @@ LARKSPUR_EXPORT std::shared_ptr<Log> journalLog(LogLevel threshold);
 /// Puts `log` in place; the system's own is `journalLog(LogLevel::error)`.
 LARKSPUR_EXPORT void useLog(std::shared_ptr<Log> log);
 
+/// The log in place, for one that looks at the lines and passes them on.
+LARKSPUR_EXPORT std::shared_ptr<Log> logInPlace();
+
 /// Announces to the whole system that something of a given name changed.
 class LARKSPUR_EXPORT NotificationCenter {
  public:

@@ -39,6 +39,8 @@ Platform& currentPlatform() {
 
 Log& currentLog() noexcept { return *currentPlatform().log; }
 
+std::shared_ptr<Log> logInPlace() { return currentPlatform().log; }
+
 void useLog(std::shared_ptr<Log> log) { use(&Platform::log, std::move(log)); }
 
 void useNotificationCenter(std::shared_ptr<NotificationCenter> center) {

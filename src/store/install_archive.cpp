@@ -37,6 +37,12 @@ void LarkspurFramework::installArchive(const std::string& serviceType, const Fil
   currentPlatform().analyticsService->sendEvent(kAnalyticsEventName, std::move(payload));
 }
 
+void LarkspurFramework::installArchive(const Installation& installation) {
+  installArchive(installation.serviceType, installation.archive, installation.contentType,
+                 installation.declarationVersion, installation.declarationIdentifier,
+                 installation.hashSHA256, installation.force);
+}
+
 void LarkspurFramework::requireSupportedContentType(const std::string& contentType) const {
   const std::vector<std::string>& supported = supportedContentTypes();
   if (std::ranges::find(supported, contentType) != supported.end()) return;

@@ -17,6 +17,11 @@ constexpr char kUnzip[] = "/usr/bin/unzip";
 
 void Utilities::unzipArchive(const FileURL& archive, const FileURL& destination) const {
   const FileURL temporaryDirectory = createTemporaryDirectory();
+  unpackArchive(archive, temporaryDirectory);
+  replaceDirectory(temporaryDirectory, destination);
+}
+
+void Utilities::unpackArchive(const FileURL& archive, const FileURL& temporaryDirectory) const {
   logger_.debug("Temporary directory to unzip contents: %s", temporaryDirectory);
 
   const Synchronous launched;
@@ -47,7 +52,6 @@ void Utilities::unzipArchive(const FileURL& archive, const FileURL& destination)
     throw LarkspurError::unzipFailed();
   }
   enumerateFiles(temporaryDirectory);
-  replaceDirectory(temporaryDirectory, destination);
 }
 
 }  // namespace larkspur

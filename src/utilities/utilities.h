@@ -28,6 +28,11 @@ class Utilities {
   /// `internalError`; what was made by then stays.
   FileURL createTemporaryDirectory() const;
 
+  /// Unpacks the zip archive into the empty `temporaryDirectory`, in modes 0755 and 0444. Throws
+  /// `unzipFailed`, `symbolicLinksNotAllowed` or the system's own error, with what was unpacked
+  /// left there.
+  void unpackArchive(const FileURL& archive, const FileURL& temporaryDirectory) const;
+
   /// Replaces the directory at `destination` by the contents of the zip archive, in modes 0755
   /// and 0444. Throws `internalError`, `unzipFailed`, `symbolicLinksNotAllowed` or the system's
   /// own error, with `destination` as before and the scratch directory left where it was made.
