@@ -7,15 +7,16 @@ set_property(DIRECTORY APPEND PROPERTY CMAKE_CONFIGURE_DEPENDS "${larkspur_symbo
 
 set(larkspur_exports "")
 set(rest "local: *;")
-foreach(version LARKSPUR_1 LARKSPUR_C_1)
-  file(STRINGS "${larkspur_symbols}" symbols REGEX "^ [(a-z].*@${version}[\" ]")
+file(STRINGS "${larkspur_symbols}" versions REGEX "^ LARKSPUR_[^@]*@")
+foreach(version IN LISTS versions)
+  string(REGEX REPLACE "^ ([^@]+)@.*" "\\1" version "${version}")
+  string(REPLACE "." "\\." pattern "${version}")
+  file(STRINGS "${larkspur_symbols}" symbols REGEX "^ [(a-z].*@${pattern}[\" ]")
   list(TRANSFORM symbols REPLACE "^ (\\(c\\+\\+\\)\")?([^@]+)@.*" "    \"\\2\"")
   string(JOIN ";\n" symbols ${symbols})
-  if(symbols)
-    string(APPEND larkspur_exports
-      "${version} {\n  global: extern \"C++\" {\n${symbols};\n  };\n  ${rest}\n};\n")
-    set(rest "")
-  endif()
+  string(APPEND larkspur_exports
+    "${version} {\n  global: extern \"C++\" {\n${symbols};\n  };\n  ${rest}\n};\n")
+  set(rest "")
 endforeach()
 file(CONFIGURE OUTPUT "${larkspur_map}" CONTENT "@larkspur_exports@" @ONLY)
 
