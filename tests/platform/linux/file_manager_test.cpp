@@ -307,10 +307,17 @@ TEST_F(FileManagerTest, ScratchDirectoriesAreOnTheMountOfTheReference) {
   });
 }
 
+TEST_F(FileManagerTest, FilesMayBeBiggerThanTheAddressSpace) {
+  sh("mkdir tree && truncate -s 5G tree/big");
+  EXPECT_EQ(files->fileSize(at("tree/big")), std::int64_t{5} << 30);
+  files->enumerate(at("tree"), [](EnumeratedItem& item) { item.setPosixPermissions(0444); });
+  files->removeItem(at("tree"), at(""));
+}
+
 TEST_F(FileManagerTest, CopiesAreWholeAndNeverOverwrite) {
   sh("mkdir -p tree/sub && touch tree/empty && ln -s nowhere tree/link && cat /proc/version > same"
      " && head -c 3000001 /dev/urandom > tree/big && truncate -s 5M tree/big && chmod 640 tree/big"
-     " && find tree -depth -exec touch -hd 2001-02-03 {} +");
+     " && find tree -depth -exec touch -hd 2101-02-03 {} +");
   for (const std::string name : {"tree", "tree", "tree/big", "tree/link"}) {
     hidesTypes = !hidesTypes;
     files->copyItem(at(name), at("copy"));
