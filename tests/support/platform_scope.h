@@ -31,11 +31,12 @@ class ScopedPlatform {
 /// call's failure; a `std::system_error` becomes the negative answer of a call that answers.
 using CallHook = std::function<void(const char* call)>;
 
-/// Makes the call of that name fail, the `nth` time (0: every time), with the number `code`.
+/// Makes the call of that name fail, the `nth` time (0: every time), with the number `code`. The
+/// thread's `errno` is another: what is logged must come from the failure itself.
 inline CallHook failOn(std::string call, int code, int nth = 1) {
   return [=, count = std::make_shared<int>(0)](const char* name) {
     if (call != name || (++*count != nth && nth != 0)) return;
-    errno = code;
+    errno = ENOTTY;
     throw std::system_error(code, std::generic_category(), call);
   };
 }
