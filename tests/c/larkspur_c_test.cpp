@@ -255,10 +255,4 @@ TEST_F(CInterfaceTest, HooksHearWhatHappens) {
   EXPECT_EQ(heard.lines, "0Framework ");
 }
 
-TEST_F(CInterfaceTest, TheVersionIsThatOfTheHeaders) {
-  int major = 0, minor = 0, patch = 0;
-  ASSERT_EQ(3, std::sscanf(larkspur_version(), "%d.%d.%d", &major, &minor, &patch));
-  EXPECT_EQ(major * 1000000 + minor * 1000 + patch, LARKSPUR_VERSION);
-}
-
 }  // namespace larkspur::test

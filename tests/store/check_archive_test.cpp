@@ -28,7 +28,7 @@ TEST_F(StoreTest, FailuresOfACheck) {
 makeItemReplacementDirectory | 1 | 28 | 0 | v1 v1 v1 | Internal Error | error Utilities: FileManager default url failed with error: 28
 launch | 1 | 2 | 0 | v1 v1 v1 | Failed unzip of managed configuration file | error Utilities: Error running unzip from command line, errno: 2
 enumerate | 1 | 24 | 0 | v1 v1 v1 | Internal Error | error Framework: Unexpected error unzipping from command line: 24
-removeItem | 1 | 13 | 1 | v1 v1 v1 | Internal Error | error Framework: FileManager removeItem file://$scratch failed with error: 13)",
+removeItemReplacementDirectory | 1 | 13 | 1 | v1 v1 v1 | Internal Error | error Framework: FileManager removeItem file://$scratch failed with error: 13)",
                  [&] { framework->checkArchive(good); });
 }
 

@@ -18,26 +18,24 @@ namespace {
 
 constexpr int kExitMilliseconds = 30;
 
-/// What the child needs and what it answers, in memory that it shares with its parent until it
-/// executes the tool.
+/// Shared by parent and child until the child executes the tool.
 struct Launch {
-  const char* executable;
+  ChildStart& start;
   char* const* arguments;
   char* const* environment;
   bool hasInput;
-  int standardOutput, standardError;
-  Confinement& confinement;
-  const char* failedCall = nullptr;
-  int code = 0;
+  // Written by the child while the parent's thread stands still, unseen by the compiler.
+  const char* volatile failedCall = nullptr;
+  volatile int code = 0;
 };
 
 [[noreturn]] void giveUp(Launch& launch, const char* call) {
   launch.code = errno;
   launch.failedCall = call;
-  // Emulators and checkers make `vfork` a `fork`, where the parent sees no answer; but it will see
-  // that a tool without a word has said something.
+  // Emulators and valgrind turn `vfork` into `fork`, and the parent does not see the code. It sees
+  // this text in the tool's error stream instead, and takes that for a failure.
   constexpr char kText[] = "not started\n";
-  ::syscall(SYS_write, launch.standardError, kText, sizeof kText - 1);
+  ::syscall(SYS_write, launch.start.standardError, kText, sizeof kText - 1);
   while (true) ::syscall(SYS_exit_group, 127);
 }
 
@@ -48,35 +46,35 @@ int attempt(Launch& launch, const char* call, long number, Arguments... argument
   return static_cast<int>(result);
 }
 
-/// The child's whole life before the tool. Only system calls, and these without the C library's
-/// wrappers: those of sanitizers and of the coverage tool would write down in the parent's memory
-/// what is true for the child alone.
+/// Everything the child does before the tool. Raw system calls only: wrappers of sanitizers and
+/// coverage tools would record what the child does in the parent's memory.
 [[noreturn]] void runTool(Launch& launch) {
-  // The kernel's form of default handling, and of a mask without signals.
+  ChildStart& start = launch.start;
+  // To the kernel: default handling, and a mask without signals.
   static constexpr unsigned long kNone[16] = {};
   constexpr std::size_t kMaskSize = _NSIG / 8;
 
   // First, since the ruleset's number may be one of the standard streams'.
-  if (!launch.confinement.enter()) giveUp(launch, "landlock_restrict_self");
+  if (!start.confinement.enter()) giveUp(launch, "landlock_restrict_self");
   attempt(launch, "setsid", SYS_setsid);
   if (!launch.hasInput) {
     const int null = attempt(launch, "open", SYS_openat, AT_FDCWD, "/dev/null", O_RDONLY);
     if (null != STDIN_FILENO) attempt(launch, "dup3", SYS_dup3, null, STDIN_FILENO, 0);
   }
-  attempt(launch, "dup3", SYS_dup3, launch.standardOutput, STDOUT_FILENO, 0);
-  launch.standardError = attempt(launch, "dup3", SYS_dup3, launch.standardError, STDERR_FILENO, 0);
+  attempt(launch, "dup3", SYS_dup3, start.standardOutput, STDOUT_FILENO, 0);
+  start.standardError = attempt(launch, "dup3", SYS_dup3, start.standardError, STDERR_FILENO, 0);
   attempt(launch, "close_range", SYS_close_range, STDERR_FILENO + 1, ~0U, 0);
-  // SIGKILL and SIGSTOP refuse.
+  // Fails for SIGKILL and SIGSTOP, which have no other handling.
   for (int signal = 1; signal < _NSIG; ++signal)
     ::syscall(SYS_rt_sigaction, signal, kNone, nullptr, kMaskSize);
   attempt(launch, "sigprocmask", SYS_rt_sigprocmask, SIG_SETMASK, kNone, nullptr, kMaskSize);
-  ::syscall(SYS_execve, launch.executable, launch.arguments, launch.environment);
+  ::syscall(SYS_execve, start.executable.c_str(), launch.arguments, launch.environment);
   giveUp(launch, "execve");
 }
 
-/// Returns in the parent alone, once the tool runs or could not start.
-pid_t start(Launch& launch) {
-  const pid_t id = ::vfork();  // NOLINT(clang-analyzer-*): runTool minds what is dangerous in it
+/// Returns in the parent only, once the tool runs or could not be started.
+[[gnu::noinline]] pid_t forkAndRun(Launch& launch) {
+  const pid_t id = ::vfork();  // NOLINT(clang-analyzer-*): the child makes system calls only
   if (id == 0) runTool(launch);
   return id;
 }
@@ -99,18 +97,16 @@ Child::Child(ChildStart with) {
   // Without an input the tool's first file would become its input, and the tool would take the
   // bytes of an archive for answers to its questions.
   const int input = ::fcntl(STDIN_FILENO, F_GETFD);
-  Launch launch{.executable = checkedPath("execve", with.executable),
+  checkedPath("execve", with.executable);
+  Launch launch{.start = with,
                 .arguments = arguments.data(),
                 .environment = environment.data(),
-                .hasInput = input >= 0 && (input & FD_CLOEXEC) == 0,
-                .standardOutput = with.standardOutput,
-                .standardError = with.standardError,
-                .confinement = with.confinement};
+                .hasInput = input >= 0 && (input & FD_CLOEXEC) == 0};
   // No handler of the host may run in the child.
   sigset_t all, before;
   ::sigfillset(&all);
   ::pthread_sigmask(SIG_SETMASK, &all, &before);
-  id_ = start(launch);
+  id_ = forkAndRun(launch);
   const int code = errno;
   ::pthread_sigmask(SIG_SETMASK, &before, nullptr);
   if (id_ < 0) fail(code, "vfork", with.executable);

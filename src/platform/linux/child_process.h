@@ -1,5 +1,5 @@
 // SPDX-License-Identifier: Apache-2.0
-// Child processes, each reaped by its own id and never waited for to speak of.
+// Child processes, each reaped by its own id and never waited for long.
 #pragma once
 
 #include <sys/types.h>

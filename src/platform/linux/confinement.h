@@ -8,9 +8,10 @@
 
 namespace larkspur::linuxos {
 
-/// Whoever enters it can write, create, truncate, link and remove only below one directory, and
-/// make no devices there; /dev/null can be written too. As far as the kernel knows how, it opens
-/// no TCP connections and signals and reaches nobody outside. Reading and executing stay free.
+/// A process inside can write, create, truncate, link and remove only below one directory, except
+/// that it can write to /dev/null, and makes no device files. If the kernel knows how, it opens no
+/// TCP connections, and signals and abstract sockets of other processes are out of its reach.
+/// Reading and executing stay free.
 class Confinement {
  public:
   /// Throws `std::system_error`; a kernel without Landlock is no failure.
@@ -25,7 +26,7 @@ class Confinement {
 
  private:
   FileDescriptor ruleset_;
-  int missing_ = 0;  // the error number of a kernel without Landlock
+  volatile int missing_ = 0;  // the error number of a kernel without Landlock; set by the child too
 };
 
 }  // namespace larkspur::linuxos

@@ -214,9 +214,10 @@ TEST_F(ChildProcessTest, OnlyItsDirectoryIsChanged) {
 TEST_F(ChildProcessTest, WithoutLandlockToolsRunUnconfined) {
   if (landlockVersion() < 1) GTEST_SKIP() << "nothing to take away";
   const std::tuple<unsigned, unsigned, bool> kKernels[] = {
-      {SYS_landlock_create_ruleset, ENOSYS, true}, {SYS_landlock_create_ruleset, EOPNOTSUPP, true},
-      {SYS_landlock_restrict_self, E2BIG, true},   {SYS_landlock_create_ruleset, EMFILE, false},
-      {SYS_landlock_add_rule, ENOMEM, false},      {SYS_landlock_restrict_self, EPERM, false}};
+      {SYS_landlock_create_ruleset, ENOSYS, true},  {SYS_landlock_create_ruleset, EOPNOTSUPP, true},
+      {SYS_landlock_create_ruleset, EPERM, true},   {SYS_landlock_restrict_self, E2BIG, true},
+      {SYS_landlock_create_ruleset, EMFILE, false}, {SYS_landlock_add_rule, ENOMEM, false},
+      {SYS_landlock_restrict_self, EPERM, false}};
   for (const auto& [call, code, runs] : kKernels) {
     const auto body = [call = call, code = code, runs = runs] {
       const auto recorder = recordSignals();
