@@ -142,11 +142,11 @@ void realBusAndJournal() {
       });
 }
 
+std::vector<Contender> memoryAlone() { return {{"memory", memory}}; }
+
 }  // namespace
 
 // Alone and before all else, while the heap is as small as a host's may be.
-std::vector<Contender> memoryAlone() { return {{"memory", memory}}; }
-
 void registerMemory() {
   compare("memory", 1, memoryAlone, [](const Comparison&) {});
 }
