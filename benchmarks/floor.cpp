@@ -49,7 +49,7 @@ const char* member(const JSON& record, const char* key) {
 }
 
 bool exists(const std::string& path) {
-  struct stat status {};
+  struct stat status = {};
   return ::stat(path.c_str(), &status) == 0;
 }
 

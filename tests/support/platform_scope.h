@@ -161,8 +161,8 @@ struct ForwardingNotificationCenter : Forwarding<NotificationCenter> {
 };
 
 /// Puts a wrapper around one seam of the current platform.
-template <typename Wrapper, typename Seam>
-void wrap(std::shared_ptr<Seam> Platform::*seam, CallHook before = {}) {
+template <typename Wrapper>
+void wrap(auto seam, CallHook before = {}) {
   auto& current = currentPlatform().*seam;
   current = std::make_shared<Wrapper>(current, std::move(before));
 }
