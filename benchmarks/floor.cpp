@@ -31,14 +31,17 @@ struct Release {
 };
 using JSON = std::unique_ptr<json_t, Release>;
 
-// The record, by the two calls and the one parse that its format prescribes.
-JSON readRecord(const std::string& directory, std::string& buffer) {
+// The record, by the two calls that its format prescribes.
+bool readRecord(const std::string& directory, std::string& record) {
   const ssize_t length = ::getxattr(directory.c_str(), kAttribute, nullptr, 0);
-  if (length < 0) return nullptr;
-  buffer.resize(static_cast<std::size_t>(length));
-  if (::getxattr(directory.c_str(), kAttribute, buffer.data(), buffer.size()) < 0) return nullptr;
+  if (length < 0) return false;
+  record.resize(static_cast<std::size_t>(length));
+  return ::getxattr(directory.c_str(), kAttribute, record.data(), record.size()) >= 0;
+}
+
+JSON parsed(const std::string& record) {
   return JSON(
-      json_loadb(buffer.data(), buffer.size(), JSON_ALLOW_NUL | JSON_DECODE_INT_AS_REAL, nullptr));
+      json_loadb(record.data(), record.size(), JSON_ALLOW_NUL | JSON_DECODE_INT_AS_REAL, nullptr));
 }
 
 const char* member(const JSON& record, const char* key) {
@@ -63,7 +66,39 @@ std::string namesIn(const std::string& directory) {
   return names;
 }
 
+// The whole listing comes first, as in the library, which hands it out.
+template <typename Visit>
+void eachRecord(const std::string& root, Visit visit) {
+  const std::string names = namesIn(root);
+  std::string path = root + '/', record;
+  const std::size_t prefix = path.size();
+  for (std::size_t at = 0; at < names.size();) {
+    const std::string_view name = names.c_str() + at;
+    at += name.size() + 1;
+    path.replace(prefix, std::string::npos, name);
+    if (readRecord(path, record) && !visit(name, record)) break;
+  }
+}
+
+template <typename Visit>
+void eachValue(const std::string& root, const char* key, Visit visit) {
+  eachRecord(root, [&](std::string_view name, const std::string& record) {
+    const JSON document = parsed(record);
+    const char* const value = member(document, key);
+    return value == nullptr || visit(name, value);
+  });
+}
+
 }  // namespace
+
+std::optional<std::string> rawLoop(const std::string& root, const std::string& version) {
+  std::optional<std::string> found;
+  eachRecord(root, [&](std::string_view name, const std::string& record) {
+    if (record.find('"' + version + '"') != std::string::npos) found = name;
+    return !found;
+  });
+  return found;
+}
 
 void writeRecord(const std::string& directory, const Delivery& delivery) {
   const JSON record(json_pack("{ssssssss}", "contentType", delivery.contentType.c_str(),
@@ -76,25 +111,9 @@ void writeRecord(const std::string& directory, const Delivery& delivery) {
   std::free(text);
 }
 
-// The whole listing comes first, as in the library, which hands it out.
-template <typename Visit>
-void Floor::eachRecord(const char* key, Visit visit) const {
-  const std::string names = namesIn(root_);
-  std::string path = root_ + '/', buffer;
-  const std::size_t prefix = path.size();
-  for (std::size_t at = 0; at < names.size();) {
-    const std::string_view name = names.c_str() + at;
-    at += name.size() + 1;
-    path.replace(prefix, std::string::npos, name);
-    const JSON record = readRecord(path, buffer);
-    const char* const value = member(record, key);
-    if (value != nullptr && !visit(name, value)) break;
-  }
-}
-
 std::optional<std::string> Floor::find(const std::string& version) const {
   std::optional<std::string> found;
-  eachRecord(kVersionKey, [&](std::string_view name, const char* value) {
+  eachValue(root_, kVersionKey, [&](std::string_view name, const char* value) {
     if (value == version) found = name;
     return !found;
   });
@@ -103,7 +122,7 @@ std::optional<std::string> Floor::find(const std::string& version) const {
 
 std::size_t Floor::count() const {
   std::set<std::string> versions;
-  eachRecord(kVersionKey, [&](std::string_view, const char* value) {
+  eachValue(root_, kVersionKey, [&](std::string_view, const char* value) {
     versions.insert(value);
     return true;
   });
@@ -130,13 +149,13 @@ void Floor::install(const Delivery& delivery) {
 
 // No fixture has a renamed service, so every entry is read and none removed.
 void Floor::sweep(const Delivery& delivery) const {
-  eachRecord(kIdentifierKey, [&](std::string_view name, const char* value) {
+  eachValue(root_, kIdentifierKey, [&](std::string_view name, const char* value) {
     require(value != delivery.identifier || name == delivery.serviceType, "one declaration each");
     return true;
   });
   const std::string own = root_ + '/' + delivery.serviceType;
-  std::string buffer;
-  if (exists(own)) readRecord(own, buffer);
+  std::string record;
+  if (exists(own) && readRecord(own, record)) parsed(record);
 }
 
 void Floor::replaceTree(const std::string& service, const std::string& archive) const {

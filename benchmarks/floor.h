@@ -16,20 +16,15 @@ class Floor {
   /// Works on the same root as the library, in the same format.
   explicit Floor(std::string root) : root_(std::move(root)) {}
 
-  /// The steps of an install: sweep, scratch directory, extraction, walk and modes, flush,
-  /// exchange, removal, record, saved copy, count.
+  /// The steps of an install, each record parsed by Jansson: sweep, scratch directory, extraction,
+  /// walk and modes, flush, exchange, removal, record, saved copy, count.
   void install(const Delivery& delivery);
 
   /// The steps of a deletion: lookup, removal of the tree and of the saved copy, count.
   void remove(const std::string& version);
 
-  /// Reads the directory, then of each entry the record, by two calls and one parse, up to the
-  /// first that carries the key.
-  std::optional<std::string> find(const std::string& version) const;
-
  private:
-  template <typename Visit>
-  void eachRecord(const char* key, Visit visit) const;
+  std::optional<std::string> find(const std::string& version) const;
   void sweep(const Delivery& delivery) const;
   void replaceTree(const std::string& service, const std::string& archive) const;
   void replaceSavedCopy(const Delivery& delivery) const;
@@ -38,6 +33,10 @@ class Floor {
 
   std::string root_;
 };
+
+/// The yardstick of a lookup: reads the directory, then each record by its two calls, up to the
+/// first that holds the version anywhere. Nothing is parsed.
+std::optional<std::string> rawLoop(const std::string& root, const std::string& version);
 
 /// Writes the record of a delivery onto the directory.
 void writeRecord(const std::string& directory, const Delivery& delivery);

@@ -135,8 +135,8 @@ void registerInstalls() {
     againstFloorAndTool(which);
     byStep(which.archive, which.rounds / 2);
   }
-  for (const Case& which :
-       {Case{"tiny", 10, 201}, Case{"tiny", 1000, 101, 1.05}, Case{"tiny", 10000, 15}}) {
+  for (const Case& which : {Case{"tiny", 10, 201}, Case{"tiny", 100, 201, 0.80},
+                            Case{"tiny", 1000, 101, 1.05}, Case{"tiny", 10000, 15}}) {
     byNumberOfServices(which);
   }
 }

@@ -41,7 +41,7 @@ static int install(larkspur_store* store, char** arguments, larkspur_error* erro
 }
 
 static int list(larkspur_store* store, larkspur_error* error) {
-  larkspur_service** services;
+  larkspur_service** services = NULL;
   const int code = larkspur_services(store, &services, error);
   if (code != LARKSPUR_OK) return code;
   for (larkspur_service** service = services; *service != NULL; ++service) {
@@ -53,7 +53,7 @@ static int list(larkspur_store* store, larkspur_error* error) {
 }
 
 static int find(larkspur_store* store, const char* version, larkspur_error* error) {
-  char* type;
+  char* type = NULL;
   const int code = larkspur_find(store, version, &type, error);
   if (code == LARKSPUR_OK) puts(type);
   larkspur_free(type);
@@ -61,8 +61,8 @@ static int find(larkspur_store* store, const char* version, larkspur_error* erro
 }
 
 static int run(larkspur_store* store, int count, char** words) {
-  larkspur_error error;
-  int code;
+  larkspur_error error = {0};
+  int code = LARKSPUR_OK;
   if (count == 2 && strcmp(words[0], "check") == 0) {
     code = larkspur_check_archive(store, words[1], &error);
   } else if (count == 5 && strcmp(words[0], "install") == 0) {
@@ -81,9 +81,9 @@ static int run(larkspur_store* store, int count, char** words) {
 }
 
 int main(int argc, char** argv) {
-  larkspur_store* store;
-  larkspur_error error;
-  int status;
+  larkspur_store* store = NULL;
+  larkspur_error error = {0};
+  int status = DONE;
   if (argc < 3) {
     fputs(kUsage, stderr);
     return WRONG_USAGE;

@@ -1,12 +1,14 @@
-/* SPDX-License-Identifier: Apache-2.0
+/* SPDX-License-Identifier: Apache-2.0 */
+/** @file
    The C interface: the same operations as LarkspurFramework, for every language that can call C.
 
    A call returns LARKSPUR_OK or the code of its failure, and fills in the larkspur_error that the
    caller passes, also after a success. Nothing throws, exits or aborts through this interface.
 
-   Texts are zero-terminated bytes in UTF-8, except `archive`, which takes the bytes of the file
-   system as they are. The library copies what it keeps. A NULL where none is allowed, or a text
-   that this page does not allow, is LARKSPUR_BAD_ARGUMENT, and nothing was touched.
+   Texts are zero-terminated bytes. Those that the caller passes are UTF-8, except `archive`; names
+   from the file system are its bytes as they are. The library copies what it keeps. A NULL where
+   none is allowed, or a text that this page does not allow, is LARKSPUR_BAD_ARGUMENT, and nothing
+   was touched.
 
    Thread rule: larkspur_open, larkspur_close and larkspur_use_hooks may be called from any thread
    and wait for each other. Calls on one store may overlap as long as they work on different
@@ -21,6 +23,7 @@
 #include <larkspur/version.h>
 
 LARKSPUR_BEGIN_C
+/* NOLINTBEGIN(modernize-use-using): C has no other */
 
 /** One managed root that was opened. */
 typedef struct larkspur_store larkspur_store;
@@ -47,8 +50,8 @@ typedef struct {
   int code;          /**< What the call returned. */
   int system_errno;  /**< With LARKSPUR_SYSTEM_ERROR the system's error number, otherwise 0. */
   char message[256]; /**< The failure in one sentence; empty after a success. */
-  /** The error lines that the call logged on its thread, separated by line feeds; what does not fit
-      is cut off at the end of a character. They go to the log as well. */
+  /** The error lines that the call logged on its thread, separated by line feeds: the latest ones
+      if not all fit, and a longer one up to the end of a character. They go to the log as well. */
   char detail[1024];
 } larkspur_error;
 
@@ -122,12 +125,13 @@ LARKSPUR_EXPORT int larkspur_install(larkspur_store* store, const larkspur_insta
 LARKSPUR_EXPORT int larkspur_delete(larkspur_store* store, const char* version,
                                     larkspur_error* error);
 
-/** Gives the type of the first service that `version` installed, for larkspur_free. On failure
-    `*service_type` is NULL. */
+/** Stores the type of the first service that `version` installed; free it with larkspur_free. On
+    failure `*service_type` is NULL. */
 LARKSPUR_EXPORT int larkspur_find(larkspur_store* store, const char* version, char** service_type,
                                   larkspur_error* error);
 
-/** One service; a member other than `type` is NULL when the record has no such text. */
+/** One service. A member other than `type` is NULL when the record has no such text, or one with a
+    zero byte inside. */
 typedef struct {
   const char* type;         /**< The service type: the name of its tree below the root. */
   const char* version;      /**< The declaration's version key. */
@@ -136,8 +140,9 @@ typedef struct {
   const char* sha256;       /**< The digest of the archive. */
 } larkspur_service;
 
-/** Lists the services with a readable record, in the order of the directory: an array of pointers
-    that ends with NULL, for larkspur_free_services. On failure `*services` is NULL. */
+/** Stores the services with a readable record, in the order of the directory, as an array of
+    pointers that ends with NULL; free it with larkspur_free_services. On failure `*services` is
+    NULL. */
 LARKSPUR_EXPORT int larkspur_services(larkspur_store* store, larkspur_service*** services,
                                       larkspur_error* error);
 
@@ -147,4 +152,5 @@ LARKSPUR_EXPORT void larkspur_free_services(larkspur_service** services);
 /** Frees a text of larkspur_find; NULL is allowed. */
 LARKSPUR_EXPORT void larkspur_free(void* memory);
 
+/* NOLINTEND(modernize-use-using) */
 LARKSPUR_END_C

@@ -54,6 +54,12 @@ class LARKSPUR_EXPORT Log {
 /// refuses or lags loses lines and delays nothing.
 LARKSPUR_EXPORT std::shared_ptr<Log> journalLog(LogLevel threshold);
 
+/// Standard error, with lines up to and including `threshold`: one line and one `write` per entry,
+/// "error Utilities: " and the message, its control characters replaced by blanks. Any thread may
+/// log. What cannot be written is lost and raises no SIGPIPE; a full pipe or terminal is waited
+/// for.
+LARKSPUR_EXPORT std::shared_ptr<Log> standardErrorLog(LogLevel threshold);
+
 /// Puts `log` in place; the system's own is `journalLog(LogLevel::error)`.
 LARKSPUR_EXPORT void useLog(std::shared_ptr<Log> log);
 

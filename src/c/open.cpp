@@ -3,6 +3,7 @@
 // so that it has no reason to.
 #include <filesystem>
 #include <memory>
+#include <system_error>
 
 #include <larkspur/larkspur.h>
 
@@ -23,6 +24,8 @@ void requireRoot(const char* root) {
 
 void makeRoot(const fs::path& root) {
   constexpr auto kRootMode = static_cast<fs::perms>(0755);
+  std::error_code unknown;
+  if (fs::is_directory(root, unknown)) return;
   fs::path made;
   for (const fs::path& name : root) {
     made /= name;

@@ -12,6 +12,10 @@ namespace larkspur {
 /// thread may call either operation.
 class Synchronous {
  public:
+  Synchronous() = default;
+  // No moves: they copy, so that a moved-from value still has its lock.
+  Synchronous(const Synchronous&) = default;
+  Synchronous& operator=(const Synchronous&) = default;
   /// Marks the event as done and releases every waiter.
   void signal() const;
   /// Blocks until the event is done; there is no time limit.

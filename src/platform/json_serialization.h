@@ -3,11 +3,12 @@
 #pragma once
 
 #include <map>
-#include <memory>
 #include <optional>
 #include <stdexcept>
 #include <string>
 #include <string_view>
+#include <utility>
+#include <vector>
 
 namespace larkspur {
 
@@ -17,26 +18,27 @@ class JSONError : public std::runtime_error {
   using std::runtime_error::runtime_error;
 };
 
-/// A dictionary that was read. Its owner may move it; views into it live as long as it does.
+/// A dictionary that was read. Views into it live as long as it does, also if it is moved.
 class JSONObject {
  public:
+  /// A key and its text; nothing stands for a value that is no text.
+  using Member = std::pair<std::string, std::optional<std::string>>;
+
+  /// Of members with the same key the last one counts.
+  explicit JSONObject(std::vector<Member> members) : members_(std::move(members)) {}
+
   /// The text under `key`; nothing when the key is absent or its value is no text.
   std::optional<std::string_view> stringForKey(std::string_view key) const;
 
  private:
-  struct Release {
-    void operator()(void* value) const noexcept;
-  };
-  using Handle = std::unique_ptr<void, Release>;
-  explicit JSONObject(Handle value) : value_(std::move(value)) {}
-
-  Handle value_;
-
-  friend class JSONSerialization;
+  std::vector<Member> members_;
 };
 
 class JSONSerialization {
  public:
+  /// How deep arrays and objects may nest in a text that is read.
+  static constexpr std::size_t kMaximalDepth = 512;
+
   /// The dictionary as compact JSON in UTF-8: no blanks, the solidus escaped, no final newline.
   /// Throws `JSONError` for text that is not UTF-8.
   static std::string data(const std::map<std::string, std::string>& dictionary);

@@ -17,8 +17,9 @@ const Platform& systemPlatform() {
 }
 
 template <typename Service>
-void use(std::shared_ptr<Service> Platform::*member, std::shared_ptr<Service> service) {
-  currentPlatform().*member = service ? std::move(service) : systemPlatform().*member;
+void use(auto member, std::shared_ptr<Service> service) {
+  if (!service) service = systemPlatform().*member;
+  currentPlatform().*member = std::move(service);
 }
 
 }  // namespace

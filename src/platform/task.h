@@ -31,10 +31,12 @@ class TaskLauncher {
   /// Starts `executable` with exactly `arguments` behind its own name, both output streams on
   /// pipes, standard input inherited (an empty stream where the process has none), no other
   /// descriptor, an environment that is built and not inherited, default signal dispositions and
-  /// mask, and no terminal. Throws `std::system_error` when it cannot be started, with `errno`
-  /// left; nothing runs then.
+  /// mask, and no terminal. It gains no privileges and, as far as the system can confine it,
+  /// changes files only below `writableDirectory` and reaches no other process and no network.
+  /// Throws `std::system_error` when it cannot be started, with `errno` left; nothing runs then.
   virtual std::unique_ptr<Task> launch(const FileURL& executable,
-                                       const std::vector<std::string>& arguments) = 0;
+                                       const std::vector<std::string>& arguments,
+                                       const FileURL& writableDirectory) = 0;
 };
 
 }  // namespace larkspur

@@ -37,7 +37,7 @@ std::optional<std::string> LarkspurGetPersistedData::getDeclarationIdentifier(
 std::optional<JSONObject> LarkspurGetPersistedData::deserializeSystemState(std::string_view data) {
   try {
     return JSONSerialization::object(data);
-  } catch (const JSONError& error) {
+  } catch (const std::exception& error) {
     logger_.error("JSON deserialzation internal error: %@", error);
     throw LarkspurError::internalError();
   }
@@ -51,32 +51,31 @@ std::optional<JSONObject> LarkspurGetPersistedData::getSystemState(const FileURL
 
 std::optional<std::string> LarkspurGetPersistedData::storedRecord(
     const FileURL& servicePath) const {
+  const auto logFailure = [&](const LarkspurError& error) {
+    logger_.error("Getting system state for %s failed with error: %s", servicePath.path(),
+                  error.description());
+  };
   try {
     std::optional<std::string> data = readAttribute(servicePath);
-    if (!data) {
-      logger_.error("Getting system state for %s failed with error: %s", servicePath.path(),
-                    LarkspurError::internalError().description());
-    }
+    // Not thrown: every scan meets the area of saved copies, which has no record.
+    if (!data) logFailure(LarkspurError::internalError());
     return data;
+  } catch (const LarkspurError& error) {
+    logFailure(error);
   } catch (const std::exception& error) {
     logger_.error("Get system state for %s, other Error: %@", servicePath.path(), error);
-    return std::nullopt;
   }
+  return std::nullopt;
 }
 
-// What `getSystemState` does, without its error for a missing record: a throw costs more than
-// reading several records, and every scan of a root meets the area of saved copies, which has none.
 std::optional<std::string> LarkspurGetPersistedData::getPersistedValue(const FileURL& servicePath,
                                                                        std::string_view key) {
-  const std::optional<std::string> data = storedRecord(servicePath);
-  if (!data) return std::nullopt;
   try {
-    const std::optional<JSONObject> systemState = deserializeSystemState(*data);
+    const std::optional<JSONObject> systemState = getSystemState(servicePath);
     if (!systemState) return std::nullopt;
-    const std::optional<std::string_view> value = systemState->stringForKey(key);
-    return value ? std::optional<std::string>(*value) : std::nullopt;
-  } catch (const LarkspurError&) {
-    return std::nullopt;  // Said on the log where it happened.
+    return std::optional<std::string>(systemState->stringForKey(key));
+  } catch (const std::exception&) {
+    return std::nullopt;  // Logged where it happened.
   }
 }
 

@@ -33,7 +33,7 @@ class LarkspurGetPersistedData {
   virtual std::optional<JSONObject> getSystemState(const FileURL& servicePath);
 
  private:
-  /// The record's bytes, or nothing, with the reason on the log.
+  /// The record's bytes; nothing, with the reason logged, when they cannot be read.
   std::optional<std::string> storedRecord(const FileURL& servicePath) const;
   std::optional<std::string> getPersistedValue(const FileURL& servicePath, std::string_view key);
 

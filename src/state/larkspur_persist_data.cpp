@@ -53,7 +53,7 @@ void LarkspurPersistData::persistSystemState() {
   std::string data;
   try {
     data = JSONSerialization::data(systemState_);
-  } catch (const JSONError& error) {
+  } catch (const std::exception& error) {
     logger_.error("JSONSerialization internal error: %@", error);
     throw LarkspurError::internalError();
   }

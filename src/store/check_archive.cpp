@@ -7,6 +7,7 @@
 
 #include "foundation/error_number.h"
 #include "foundation/logger.h"
+#include "platform/platform.h"
 #include "utilities/utilities.h"
 
 namespace larkspur {
@@ -26,10 +27,11 @@ void LarkspurFramework::checkArchive(const FileURL& archiveURL) {
   }
 
   try {
-    // Not the client's operation: that one is for what lies under the root.
-    LarkspurFramework::removeItem(scratch);
-  } catch (const LarkspurError& error) {
-    if (!refusal) refusal = error;
+    currentPlatform().fileManager->removeItemReplacementDirectory(scratch);
+  } catch (const std::exception& failure) {
+    const int code = errorNumber(failure);
+    logger_->error("FileManager removeItem %s failed with error: %d", scratch, code);
+    if (!refusal) refusal = LarkspurError::internalError();
   }
   if (refusal) throw LarkspurError(*refusal);
 }

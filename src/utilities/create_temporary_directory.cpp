@@ -2,28 +2,25 @@
 // The fresh scratch directory that every archive is unpacked into.
 #include <larkspur/larkspur_error.h>
 
-#include "foundation/error_number.h"
+#include "foundation/attempt.h"
 #include "platform/platform.h"
 #include "utilities/utilities.h"
 
 namespace larkspur {
 
 FileURL Utilities::createTemporaryDirectory() const {
-  std::optional<FileURL> directory;
-  try {
-    FileManager& fileManager = *currentPlatform().fileManager;
-    directory = fileManager.makeItemReplacementDirectory(fileManager.homeDirectoryForCurrentUser());
-  } catch (const std::exception& failure) {
-    const int code = errorNumber(failure);
-    logger_.error("FileManager default url failed with error: %d", code);
-    throw LarkspurError::internalError();
-  }
+  FileManager& fileManager = *currentPlatform().fileManager;
+  const std::optional<FileURL> directory = attempt(
+      [&] {
+        return fileManager.makeItemReplacementDirectory(fileManager.homeDirectoryForCurrentUser());
+      },
+      [&](int code) { logger_.error("FileManager default url failed with error: %d", code); });
   if (!directory) {
     logger_.error("Failed creating random temporary directory");
     throw LarkspurError::internalError();
   }
 
-  switch (currentPlatform().fileManager->existence(*directory)) {
+  switch (fileManager.existence(*directory)) {
     case Existence::nothing:
       logger_.error("Temporary directory %s doesn't exist", *directory);
       throw LarkspurError::internalError();

@@ -4,7 +4,7 @@
 
 #include <larkspur/larkspur_error.h>
 
-#include "foundation/error_number.h"
+#include "foundation/attempt.h"
 #include "foundation/names_on_disk.h"
 #include "foundation/percent_encoding.h"
 #include "foundation/utf8.h"
@@ -15,13 +15,9 @@ namespace larkspur {
 
 void Utilities::replaceDirectory(const FileURL& source, const FileURL& destination) const {
   logger_.debug("Replacing contents in %s with %s", destination, source);
-  try {
-    currentPlatform().fileManager->replaceItem(destination, source, on_disk::kBackup);
-  } catch (const std::exception& failure) {
-    const int code = errorNumber(failure);
-    logger_.error("FileManager ReplaceItem failed with errno: %d", code);
-    throw LarkspurError::internalError();
-  }
+  attempt(
+      [&] { currentPlatform().fileManager->replaceItem(destination, source, on_disk::kBackup); },
+      [&](int code) { logger_.error("FileManager ReplaceItem failed with errno: %d", code); });
   logger_.debug("Replace directory success");
 }
 

@@ -2,7 +2,7 @@
 // Unpacks an archive with the system's unzip, vets what came out and swaps it into place.
 #include <larkspur/larkspur_error.h>
 
-#include "foundation/error_number.h"
+#include "foundation/attempt.h"
 #include "foundation/synchronous.h"
 #include "foundation/utf8.h"
 #include "platform/platform.h"
@@ -25,15 +25,14 @@ void Utilities::unpackArchive(const FileURL& archive, const FileURL& temporaryDi
   logger_.debug("Temporary directory to unzip contents: %s", temporaryDirectory);
 
   const Synchronous launched;
-  std::unique_ptr<Task> task;
-  try {
-    task = currentPlatform().taskLauncher->launch(
-        FileURL(kUnzip), {"-o", archive.path(), "-d", temporaryDirectory.path()});
-  } catch (const std::exception& failure) {
-    const int code = errorNumber(failure);
-    logger_.error("Error running unzip from command line, errno: %d", code);
-    throw LarkspurError::unzipFailed();
-  }
+  const std::unique_ptr<Task> task = attempt(
+      [&] {
+        return currentPlatform().taskLauncher->launch(
+            FileURL(kUnzip), {"-o", archive.path(), "-d", temporaryDirectory.path()},
+            temporaryDirectory);
+      },
+      [&](int code) { logger_.error("Error running unzip from command line, errno: %d", code); },
+      LarkspurError::unzipFailed());
   // Does not wait for the tool: only the reads below do, by reaching the ends of its streams.
   launched.signal();
   launched.wait();

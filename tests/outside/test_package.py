@@ -225,11 +225,15 @@ h: no directory
 
     def test_without_library_or_bus(self):
         self.install()
-        hosts = {"LARKSPUR_LIBRARY": "/none.so", "DBUS_SYSTEM_BUS_ADDRESS": "unix:path=/none"}
-        for variable, errors in zip(hosts, ["larkspur: .*/none.so", r"NotReady \(33\)"]):
-            with unittest.mock.patch.dict(os.environ, {variable: hosts[variable]}):
-                self.expect(1, "", str(self.root), "list", errors=errors)
+        for variable, command, errors in (
+            ("LARKSPUR_LIBRARY", ["list"], "larkspur: .*/none"),
+            ("DBUS_SYSTEM_BUS_ADDRESS", ["delete", "v1"], r"NotReady \(33\)"),
+        ):
+            with unittest.mock.patch.dict(os.environ, {variable: "/none"}):
+                self.expect(1, "", str(self.root), *command, errors=errors)
                 self.expect(0, "", str(self.root), "verify")
+        with unittest.mock.patch.dict(os.environ, DBUS_SYSTEM_BUS_ADDRESS="unix:path=/none"):
+            self.expect(0, f"{VPN}\n", str(self.root), "find", "v1")
 
 
 if __name__ == "__main__":

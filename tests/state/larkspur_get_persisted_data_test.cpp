@@ -68,6 +68,26 @@ TEST_F(StoreTest, RecordsThatCannotBeRead) {
       read(),
       "Internal Error | error GetPersistedData: Get system state for $/root/a b, other Error: "
       "strange");
+  wrap<ForwardingExtendedAttributes>(&Platform::extendedAttributes,
+                                     [](const char*) { throw LarkspurError::unzipFailed(); });
+  EXPECT_EQ(read(),
+            "Internal Error | error GetPersistedData: Getting system state for $/root/a b failed "
+            "with error: Failed unzip of managed configuration file");
+}
+
+// A host's own source of records.
+struct OtherRecords : LarkspurGetPersistedData {
+  std::optional<JSONObject> getSystemState(const FileURL& place) override {
+    if (place.path() == "/") throw std::runtime_error("strange");
+    return deserializeSystemState(
+        R"({"declarationVersionKey":"1","declarationIdentifierKey":"2"})");
+  }
+};
+
+TEST(GetPersistedDataTest, GettersAskTheOverriddenOperation) {
+  EXPECT_EQ(OtherRecords().getDeclarationVersion(FileURL("/x")), "1");
+  EXPECT_EQ(OtherRecords().getDeclarationIdentifier(FileURL("/x")), "2");
+  EXPECT_EQ(OtherRecords().getDeclarationVersion(FileURL("/")), std::nullopt);
 }
 
 }  // namespace larkspur::test

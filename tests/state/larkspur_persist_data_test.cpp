@@ -47,6 +47,11 @@ TEST_F(RecordedTest, WhatIsNotWritten) {
                                      [](const char*) { throw std::runtime_error("strange"); });
   EXPECT_EQ(persist(""),
             "Internal Error | error PersistData: Persist system state, other Error: strange");
+  wrap<ForwardingExtendedAttributes>(&Platform::extendedAttributes,
+                                     [](const char*) { throw LarkspurError::unzipFailed(); });
+  EXPECT_EQ(persist(""),
+            "Internal Error | error PersistData: Persisting system state failed with error: "
+            "Failed unzip of managed configuration file");
   EXPECT_EQ(recordBytes(root()), "");
 }
 

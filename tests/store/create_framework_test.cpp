@@ -6,18 +6,25 @@
 
 namespace larkspur::test {
 
+// Taken before a test sets another.
+const std::string kDefaultRoot = LarkspurFramework::larkspurPath();
+
 TEST_F(RecordedTest, TheInitialiserMakesNothing) {
   writeFile(directory() / "file", "");
   const Tree before = snapshot(directory());
+  EXPECT_EQ(kDefaultRoot, "/private/var/db/Larkspur");
   for (const auto& row : table(2, R"(
 /root | done
 /mis sing | done | error Framework: Larkspur directory $/mis sing does not exist. errno: 2
-/file | done | error Framework: Larkspur path is not a directory, $/file)")) {
+/file | done | error Framework: Larkspur path is not a directory, $/file
+/file// | done | error Framework: Larkspur path is not a directory, $/file//
+/file/x/ | done | error Framework: Larkspur directory $/file/x/ does not exist. errno: 20)")) {
     LarkspurFramework::larkspurPath() = directory().string() + row[0];
     std::optional<OpenFramework> framework;
     EXPECT_EQ(report([&] { framework.emplace(); }, kEverything), row[1]);
     EXPECT_EQ(framework->isDefaultPathExists(), row[0] == "/root");
-    EXPECT_EQ(framework->servicePathURL("x").path(), directory().string() + row[0] + "/x");
+    EXPECT_EQ(framework->servicePathURL("x").path(),
+              std::filesystem::path(directory().string() + row[0]) / "x");
   }
   EXPECT_EQ(snapshot(directory()), before);
 }
@@ -43,31 +50,45 @@ TEST_F(RecordedTest, WithoutANotificationCenterNothingIsReady) {
   LarkspurFramework::larkspurPath() = root();
   EXPECT_EQ(report([&] { framework.emplace(); }, kEverything),
             "done | error Framework: Failed getting darwin notification center. errno: 111");
+  LarkspurFramework::createFramework(root() / "made");
+  EXPECT_TRUE(std::filesystem::remove(root() / "made"));
   EXPECT_FALSE(framework->isDarwinNotifCenterSuccess());
   EXPECT_EQ(outcome([&] { framework->getDeclarationVersionKeys(); }), "Internal Error");
   // Declared ready all the same, it announces nothing.
-  framework->setIsDarwinNotifCenterSuccess(true);
+  framework->modifyIsDarwinNotifCenterSuccess() = true;
   std::filesystem::create_directory(root() / "x");
   EXPECT_EQ(report([&] { framework->removeServiceDirectory("x"); }), "done");
+  framework->modifyLarkspurPathURL() = FileURL("/elsewhere");
+  EXPECT_EQ(framework->servicePathURL("x").path(), "/elsewhere/x");
+  framework->modifyIsDefaultPathExists() = false;
+  EXPECT_EQ(outcome([&] { framework->getDeclarationVersionKeys(); }), "Internal Error");
 }
 
 struct LoudLog : Recorder {
-  void write(const LogEntry& entry) noexcept override { std::cerr << entry.message << '\n'; }
+  void write(const LogEntry& entry) noexcept override {
+    Recorder::write(entry);
+    std::cerr << lines.back() << '\n';
+  }
 };
 
 TEST_F(RecordedTest, WhatEndsTheProcess) {
   currentPlatform().log = std::make_shared<LoudLog>();
   const std::string file = writeFile(directory() / "file", "").path();
-  const auto create = [](const std::string& path) { LarkspurFramework::createFramework(path); };
+  const auto create = [](const std::string& path) {
+    std::atexit([] { std::cerr << "Exit handlers run\n"; });
+    LarkspurFramework::createFramework(path);
+  };
   const ::testing::ExitedWithCode exits(255);
   EXPECT_EXIT(create(file), exits,
-              "^Larkspur path is not a directory, [^\n]*\nLarkspur directory [^\n]* does not "
-              "exist, creating...\nFileManager createDirectory " +
-                  file + " failed with error: 17\n$");
+              "^error Framework: Larkspur path is not a directory, " + file +
+                  "\ninfo Framework: Larkspur directory " + file +
+                  " does not exist, creating...\nerror Framework: FileManager createDirectory " +
+                  file + " failed with error: 17\nExit handlers run\n$");
   EXPECT_EXIT(create(file + "/x"), exits, "createDirectory " + file + "/x failed with error: 20\n");
   const ::testing::KilledBySignal aborts(SIGABRT);
   EXPECT_EXIT(create("store/x"), aborts,
-              "Failed getting url/location of store/x, errno: 22\nStopping");
+              "error Utilities: Failed getting url/location of store/x, errno: 22\nerror Platform: "
+              "Stopping");
   EXPECT_EXIT(create("/\xFF"), aborts, "Stopping");
   LarkspurFramework::larkspurPath() = root();
   OpenFramework absent;

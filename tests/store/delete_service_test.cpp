@@ -10,6 +10,7 @@ contentsOfDirectory | 1 | 5 | 0 | v1 v1 v1 | Internal Error | error Framework: S
 existence | 1 | 2 | 0 | v1 v1 v1 | Internal Error | error Framework: Service 'com.example.vpn' does not exist at 'file://$/root/com.example.vpn', cannot delete service. errno: 2
 removeItem | 1 | 13 | 0 | v1 v1 v1 | Internal Error | error Framework: FileManager removeItem file://$/root/com.example.vpn failed with error: 13
 removeItem | 2 | 13 | 0 | - - v1 | Internal Error | post kLarkspurChanged_com.example.vpn | error Framework: FileManager removeItem file://$/root/._saved/com.example.vpn failed with error: 13
+flush | 1 | 5 | 0 | - - - | Internal Error | post kLarkspurChanged_com.example.vpn
 contentsOfDirectory | 2 | 5 | 0 | - - - | Internal Error | post kLarkspurChanged_com.example.vpn | error Framework: Scanning directory file://$/root failed with error: 5)",
                  [&] { framework->deleteService("v1"); });
 }

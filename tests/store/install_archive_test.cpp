@@ -39,7 +39,7 @@ TEST_F(LarkspurTest, RealPartsFromTheArchiveToTheSignal) {
         said += entry["LARKSPUR_SUBSYSTEM"] + entry["PRIORITY"] + " " + entry["MESSAGE"] + "; ";
       for (const char* field :
            {"EVENT", "SERVICE_TYPE", "ENABLED", "SIZE", "NUMBER_OF_MANAGED_SERVICES"})
-        if (entry.contains("LARKSPUR_EVENT")) said += entry[std::string("LARKSPUR_") + field] + " ";
+        if (!entry["LARKSPUR_EVENT"].empty()) said += entry[std::string("LARKSPUR_") + field] + " ";
     }
     EXPECT_EQ(
         said,
@@ -136,6 +136,7 @@ createDirectory | 1 | 28 | 0 | v2 v2 - | Internal Error | post kLarkspurChanged_
 copyItem | 1 | 5 | 0 | v2 v2 ? | Internal Error | post kLarkspurChanged_com.example.vpn | error Utilities: FileManager copyItem failed with error: copyItem: Input/output error
 kind | 2 | 5 | 0 | v2 v2 v2 | system error 5 | post kLarkspurChanged_com.example.vpn
 setPosixPermissions | 2 | 1 | 0 | v2 v2 v2 | system error 1 | post kLarkspurChanged_com.example.vpn
+flush | 1 | 5 | 0 | v2 v2 v2 | Internal Error | post kLarkspurChanged_com.example.vpn
 contentsOfDirectory | 2 | 5 | 0 | v2 v2 v2 | Internal Error | post kLarkspurChanged_com.example.vpn | error Framework: Scanning directory file://$/root failed with error: 5
 fileSize | 1 | 5 | 0 | v2 v2 v2 | system error 5 | post kLarkspurChanged_com.example.vpn)",
                  [&] { install("v2"); });

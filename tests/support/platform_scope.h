@@ -133,8 +133,9 @@ struct ForwardingTask : Forwarding<Task> {
 
 struct ForwardingTaskLauncher : Forwarding<TaskLauncher> {
   using Forwarding::Forwarding;
-  std::unique_ptr<Task> launch(const FileURL& tool, const std::vector<std::string>& with) override {
-    return std::make_unique<ForwardingTask>(after("launch").launch(tool, with), before_);
+  std::unique_ptr<Task> launch(const FileURL& tool, const std::vector<std::string>& with,
+                               const FileURL& writable) override {
+    return std::make_unique<ForwardingTask>(after("launch").launch(tool, with, writable), before_);
   }
 };
 

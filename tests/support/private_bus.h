@@ -39,8 +39,8 @@ class BusListener {
   BusListener();
 
   /// Waits until `count` names came in, at most `limit`; gives and forgets those heard so far.
-  std::vector<std::string> received(
-      std::size_t count, std::chrono::milliseconds limit = std::chrono::milliseconds(5000));
+  std::vector<std::string> received(std::size_t count,
+                                    std::chrono::milliseconds limit = std::chrono::seconds(20));
 
  private:
   std::unique_ptr<sd_bus, sd_bus* (*)(sd_bus*)> bus_;

@@ -3,7 +3,6 @@
 #include "support/private_journal.h"
 
 #include <gtest/gtest.h>
-#include <jansson.h>
 #include <sched.h>
 #include <signal.h>
 #include <sys/mount.h>
@@ -12,6 +11,7 @@
 #include <unistd.h>
 
 #include <cstdio>
+#include <cstdlib>
 #include <filesystem>
 
 namespace larkspur::test {
@@ -50,19 +50,16 @@ bool startJournal() {
 
 }  // namespace
 
-std::vector<std::map<std::string, std::string>> journalEntries() {
-  std::vector<std::map<std::string, std::string>> entries;
+std::vector<JournalEntry> journalEntries() {
+  std::vector<JournalEntry> entries;
   std::FILE* output = ::popen(
       "journalctl --sync && journalctl -D /run/log/journal -qo json --all _TRANSPORT=journal", "r");
-  while (json_t* line = json_loadf(output, JSON_DISABLE_EOF_CHECK, nullptr)) {
-    const char* key = nullptr;
-    json_t* value = nullptr;
-    auto& entry = entries.emplace_back();
-    json_object_foreach(line, key, value) {
-      if (json_is_string(value)) entry[key] = json_string_value(value);
-    }
-    json_decref(line);
+  char* line = nullptr;
+  std::size_t size = 0;
+  while (::getline(&line, &size, output) > 0) {
+    entries.push_back({JSONSerialization::object(line).value()});
   }
+  std::free(line);
   ::pclose(output);
   return entries;
 }

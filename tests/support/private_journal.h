@@ -3,14 +3,23 @@
 #pragma once
 
 #include <functional>
-#include <map>
 #include <string>
 #include <vector>
 
+#include "platform/json_serialization.h"
+
 namespace larkspur::test {
 
-/// What the journal was sent in its own protocol so far, oldest first: field to value.
-std::vector<std::map<std::string, std::string>> journalEntries();
+/// The fields of one entry, empty where it has none.
+struct JournalEntry {
+  std::string operator[](const std::string& field) const {
+    return std::string(fields.stringForKey(field).value_or(""));
+  }
+  JSONObject fields;
+};
+
+/// What the journal was sent in its own protocol so far, oldest first.
+std::vector<JournalEntry> journalEntries();
 
 /// Runs `body` in a child process and mount namespace of its own with a fresh journal. What fails
 /// in `body` fails the test; where that is not possible it skips the test and says why.

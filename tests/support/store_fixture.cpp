@@ -85,7 +85,7 @@ StoreTest::StoreTest() {
 void StoreTest::install(const std::string& version, bool force, const std::string& type,
                         const std::string& contentType, std::optional<FileURL> offered) {
   if (!offered) offered = archive(version);
-  framework->installArchive(type, *offered, contentType, version, "identifier", "hash", force);
+  framework->installArchive({type, *offered, version, "identifier", "hash", contentType, force});
 }
 
 void StoreTest::manage(const std::string& type, const std::string& record) {

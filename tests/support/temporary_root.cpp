@@ -107,7 +107,8 @@ void LarkspurTest::TearDown() {
   // A tool closes its output a moment before it ends, and is collected at the next launch then.
   for (int tries = 0; traces()["children"] != before_["children"] && tries < 20; ++tries) {
     std::this_thread::sleep_for(std::chrono::milliseconds(10));
-    platform_.taskLauncher->launch(FileURL("/bin/true"), {})->readStandardOutputToEnd();
+    platform_.taskLauncher->launch(FileURL("/bin/true"), {}, FileURL("/"))
+        ->readStandardOutputToEnd();
   }
   EXPECT_EQ(traces(), before_);
   EXPECT_LE(scratchDirectories(), allowedScratchDirectories_) << "scratch directories left over";

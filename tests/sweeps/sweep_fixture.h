@@ -74,6 +74,18 @@ class SweepTest : public StoreTest {
     EXPECT_TRUE(matches(state(kOld), operation.name == "Rename" ? deleted : "- - -"));
   }
 
+  /// Nothing but services is open to other users.
+  void expectClosed() const {
+    constexpr std::filesystem::perms kOthers{077};
+    for (const auto& place : {root(), scratchArea}) {
+      for (const auto& entry : std::filesystem::directory_iterator(place)) {
+        const bool isOurs = entry.path().filename().native().find("larkspur-") < 2;
+        EXPECT_TRUE(!isOurs || (entry.status().permissions() & kOthers) == std::filesystem::perms{})
+            << entry;
+      }
+    }
+  }
+
   /// What holds however an operation ended: nothing but services is found, and the next install
   /// brings tree, record and saved copy together.
   void expectSoundAndHealing() {

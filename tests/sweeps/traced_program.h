@@ -83,6 +83,7 @@ class TracedTest : public SweepTest {
             call + ways[(i / step + round) % ways.size()] + ":when=" + std::to_string(number);
         SCOPED_TRACE(way);
         check(way, run(operation, "-e inject=" + way));
+        expectClosed();
         expectSoundAndHealing();
       }
     }

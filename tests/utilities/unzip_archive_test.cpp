@@ -8,9 +8,10 @@ namespace larkspur::test {
 // Runs a shell script in the tool's place, and remembers what was asked for.
 struct ScriptedLauncher : ForwardingTaskLauncher {
   using ForwardingTaskLauncher::ForwardingTaskLauncher;
-  std::unique_ptr<Task> launch(const FileURL& tool, const std::vector<std::string>& with) override {
-    asked = tool.path() + " " + logText(with);
-    return ForwardingTaskLauncher::launch(FileURL("/bin/sh"), {"-c", script});
+  std::unique_ptr<Task> launch(const FileURL& tool, const std::vector<std::string>& with,
+                               const FileURL& writable) override {
+    asked = writable.path() + " " + tool.path() + " " + logText(with);
+    return ForwardingTaskLauncher::launch(FileURL("/bin/sh"), {"-c", script}, writable);
   }
   static inline std::string asked, script;
 };
@@ -30,8 +31,9 @@ printf b; printf '\377\376c' >&2 | Failed unzip of managed configuration file | 
         row[1]);
     EXPECT_EQ(calls, "launchreadStandardOutputToEndreadStandardErrorToEnd");
   }
-  EXPECT_TRUE(matches(ScriptedLauncher::asked,
-                      R"(/usr/bin/unzip \["-o", "/.*/-a b.zip", "-d", ".*/tmp/larkspur-\w+"\])"));
+  EXPECT_TRUE(
+      matches(ScriptedLauncher::asked,
+              R"((.*/tmp/larkspur-\w+) /usr/bin/unzip \["-o", "/.*/-a b.zip", "-d", "\1"\])"));
   allowScratchDirectories(2);
 }
 

@@ -11,14 +11,19 @@ import json
 import sys
 from collections.abc import Callable
 
-from . import Error, LibraryNotFound, Service, Store, _verify
+from . import Error, LibraryNotFound, Service, Store, _verify, use_hooks
 
 _Command = Callable[[argparse.Namespace], int]
 _COLUMNS = ["TYPE", "VERSION", "IDENTIFIER", "CONTENT TYPE", "SHA256"]
 
 
+def _reading(arguments: argparse.Namespace) -> Store:
+    use_hooks(change=lambda name: None)  # Nothing is announced, so no bus is needed.
+    return Store(arguments.root, create=False)
+
+
 def _list(arguments: argparse.Namespace) -> int:
-    with Store(arguments.root, create=False) as store:
+    with _reading(arguments) as store:
         services = store.services()
     if arguments.json:
         records = [dataclasses.asdict(service) for service in services]
@@ -35,13 +40,13 @@ def _list(arguments: argparse.Namespace) -> int:
 
 
 def _find(arguments: argparse.Namespace) -> int:
-    with Store(arguments.root, create=False) as store:
+    with _reading(arguments) as store:
         print(_printable(store.find(arguments.version)))
     return 0
 
 
 def _check(arguments: argparse.Namespace) -> int:
-    with Store(arguments.root, create=False) as store:
+    with _reading(arguments) as store:
         store.check(arguments.archive)
     return 0
 

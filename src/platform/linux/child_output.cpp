@@ -17,7 +17,6 @@ namespace {
 
 constexpr int kPipeSize = 1 << 20;
 constexpr int kTimerMilliseconds = 20;
-constexpr std::size_t kReadSize = std::size_t{1} << 16;
 
 /// A process that runs with descriptors 0 to 2 closed gets those numbers for its pipes, and what it
 /// then prints would be taken for the tool's words.
@@ -80,11 +79,10 @@ void ChildOutput::waitForNews(const Child& child) const {
 }
 
 void ChildOutput::drain(Pipe& pipe) {
-  char bytes[kReadSize];
   while (pipe.readEnd) {
-    const ssize_t length = ::read(pipe.readEnd.get(), bytes, sizeof bytes);
+    const ssize_t length = ::read(pipe.readEnd.get(), buffer_.data(), buffer_.size());
     if (length > 0) {
-      pipe.text.append(bytes, static_cast<std::size_t>(length));
+      pipe.text.append(buffer_.data(), static_cast<std::size_t>(length));
     } else if (length == 0) {
       pipe.readEnd.reset();
     } else if (errno == EAGAIN) {

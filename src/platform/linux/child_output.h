@@ -40,9 +40,10 @@ class ChildOutput {
   };
 
   void waitForNews(const Child& child) const;
-  static void drain(Pipe& pipe);
+  void drain(Pipe& pipe);
 
   std::array<Pipe, 2> pipes_;
+  std::array<char, 1 << 16> buffer_;  // not on the stack, of which a host thread may have little
 };
 
 }  // namespace larkspur::linuxos

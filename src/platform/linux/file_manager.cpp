@@ -26,9 +26,15 @@ namespace {
 
 constexpr mode_t kPermissions = S_IRWXU | S_IRWXG | S_IRWXO;
 
-Existence existenceAt(const char* path) {
+Existence existenceAt(std::string path) {
   struct stat status;
-  if (::stat(path, &status) != 0) return Existence::nothing;
+  int result = ::stat(path.c_str(), &status);
+  if (result != 0 && errno == ENOTDIR) {
+    // A file is a file with slashes after its name, too.
+    path.erase(path.find_last_not_of('/') + 1);
+    result = ::stat(path.c_str(), &status);
+  }
+  if (result != 0) return Existence::nothing;
   return S_ISDIR(status.st_mode) ? Existence::directory : Existence::file;
 }
 
@@ -38,7 +44,7 @@ void makeParents(const std::string& path, mode_t mode) {
     const std::string parent = path.substr(0, end);
     if (makeExactDirectory(AT_FDCWD, parent.c_str(), mode)) continue;
     const int code = errno;
-    if (existenceAt(parent.c_str()) != Existence::directory) fail(code, "mkdir", parent);
+    if (existenceAt(parent) != Existence::directory) fail(code, "mkdir", parent);
   }
 }
 
@@ -112,7 +118,7 @@ FileDescriptor openLocation(const char* path) {
 class LinuxFileManager : public FileManager {
  public:
   Existence existence(const FileURL& item) override {
-    if (item.path().find('\0') == std::string::npos) return existenceAt(item.path().c_str());
+    if (item.path().find('\0') == std::string::npos) return existenceAt(item.path());
     errno = EINVAL;
     return Existence::nothing;
   }

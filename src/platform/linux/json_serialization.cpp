@@ -1,57 +1,133 @@
 // SPDX-License-Identifier: Apache-2.0
-// JSON by Jansson, with its calls that take lengths: a text may hold a zero byte.
-#include <jansson.h>
+// JSON by Boost.JSON, which is compiled into this file.
 
+// A program that links the static library may bring another version of Boost.
+#define BOOST_NO_USER_CONFIG  // The name of its file would be changed as well.
+#define boost larkspur_boost
+#include <boost/json/basic_parser_impl.hpp>
+#include <boost/json/serialize.hpp>
+#include <boost/json/src.hpp>
+#undef boost
+
+#include <algorithm>
+
+#include "foundation/utf8.h"
 #include "platform/json_serialization.h"
 
 namespace larkspur {
 namespace {
 
-struct ReleaseValue {
-  void operator()(json_t* value) const noexcept { json_decref(value); }
+namespace json = larkspur_boost::json;
+
+// Keeps the members of an object at the top level, and passes over all that is below them.
+class MemberCollector {
+ public:
+  using Error = larkspur_boost::system::error_code;
+  using Text = json::string_view;
+
+  // The limits that the parser asks its handler for.
+  static constexpr auto max_object_size = static_cast<std::size_t>(-1);
+  static constexpr auto max_array_size = max_object_size;
+  static constexpr auto max_key_size = max_object_size;
+  static constexpr auto max_string_size = max_object_size;
+
+  bool on_object_begin(Error&) {
+    if (depth_ == 0) members.emplace().reserve(kUsualMembers);
+    return enter();
+  }
+  bool on_object_end(std::size_t, Error&) { return leave(); }
+  bool on_array_begin(Error&) { return enter(); }
+  bool on_array_end(std::size_t, Error&) { return leave(); }
+
+  // Text comes in parts where it holds escapes.
+  bool on_key_part(Text part, std::size_t, Error&) { return append(part); }
+  bool on_key(Text part, std::size_t, Error&) {
+    append(part);
+    if (isMember()) members->emplace_back(std::exchange(text_, {}), std::nullopt);
+    return true;
+  }
+  bool on_string_part(Text part, std::size_t, Error&) { return append(part); }
+  bool on_string(Text part, std::size_t, Error&) {
+    append(part);
+    if (isMember()) members->back().second = std::exchange(text_, {});
+    return true;
+  }
+
+  bool on_document_begin(Error&) { return true; }
+  bool on_document_end(Error&) { return true; }
+  bool on_number_part(Text, Error&) { return true; }
+  bool on_int64(std::int64_t, Text, Error&) { return true; }
+  bool on_uint64(std::uint64_t, Text, Error&) { return true; }
+  bool on_double(double, Text, Error&) { return true; }
+  bool on_bool(bool, Error&) { return true; }
+  bool on_null(Error&) { return true; }
+  bool on_comment_part(Text, Error&) { return true; }
+  bool on_comment(Text, Error&) { return true; }
+
+  // Nothing unless the top level is an object.
+  std::optional<std::vector<JSONObject::Member>> members;
+  bool isContainer = false;
+
+ private:
+  static constexpr std::size_t kUsualMembers = 4;
+
+  bool isMember() const { return depth_ == 1 && members; }
+  bool append(Text part) {
+    if (isMember()) text_.append(part.data(), part.size());
+    return true;
+  }
+  bool enter() {
+    ++depth_;
+    return isContainer = true;
+  }
+  bool leave() {
+    --depth_;
+    return true;
+  }
+
+  std::string text_;
+  std::size_t depth_ = 0;
 };
 
-// So that any valid text is read: numbers of any length, and zero bytes in texts.
-constexpr std::size_t kReading = JSON_ALLOW_NUL | JSON_DECODE_INT_AS_REAL;
-constexpr std::size_t kWriting = JSON_COMPACT | JSON_ESCAPE_SLASH;
-
-[[noreturn]] void failWriting() { throw JSONError("unable to encode a text that is not UTF-8"); }
+void append(std::string& text, const std::string& value) {
+  if (!isUTF8(value)) throw JSONError("unable to encode a text that is not UTF-8");
+  for (const char character : json::serialize(json::string_view(value))) {
+    if (character == '/') text += '\\';
+    text += character;
+  }
+}
 
 }  // namespace
 
-void JSONObject::Release::operator()(void* value) const noexcept {
-  json_decref(static_cast<json_t*>(value));
-}
-
 std::optional<std::string_view> JSONObject::stringForKey(std::string_view key) const {
-  const json_t* value =
-      json_object_getn(static_cast<const json_t*>(value_.get()), key.data(), key.size());
-  if (!json_is_string(value)) return std::nullopt;
-  return std::string_view(json_string_value(value), json_string_length(value));
+  const auto last = std::find_if(members_.rbegin(), members_.rend(),
+                                 [&](const Member& member) { return member.first == key; });
+  return last == members_.rend() ? std::nullopt : std::optional<std::string_view>(last->second);
 }
 
 std::string JSONSerialization::data(const std::map<std::string, std::string>& dictionary) {
-  const std::unique_ptr<json_t, ReleaseValue> object(json_object());
+  std::string text = "{";
   for (const auto& [key, value] : dictionary) {
-    // Takes the value over, also when it fails; the value is null for text that is not UTF-8.
-    if (json_object_setn_new(object.get(), key.data(), key.size(),
-                             json_stringn(value.data(), value.size())) != 0)
-      failWriting();
+    if (text.size() > 1) text += ',';
+    append(text, key);
+    text += ':';
+    append(text, value);
   }
-  std::string text(json_dumpb(object.get(), nullptr, 0, kWriting), '\0');
-  if (json_dumpb(object.get(), text.data(), text.size(), kWriting) != text.size() || text.empty())
-    failWriting();
-  return text;
+  return text += '}';
 }
 
 std::optional<JSONObject> JSONSerialization::object(std::string_view data) {
-  json_error_t error;
-  // Not the data of an empty view, which may be null and then is no text to Jansson.
-  const char* text = data.empty() ? "" : data.data();
-  JSONObject::Handle value(json_loadb(text, data.size(), kReading, &error));
-  if (value == nullptr) throw JSONError(error.text);
-  if (!json_is_object(static_cast<const json_t*>(value.get()))) return std::nullopt;
-  return JSONObject(std::move(value));
+  json::parse_options options;
+  options.max_depth = kMaximalDepth;
+  json::basic_parser<MemberCollector> parser(options);
+  MemberCollector::Error error;
+  const std::size_t end = parser.write_some(/*more=*/false, data.data(), data.size(), error);
+  MemberCollector& found = parser.handler();
+  if (!error && end < data.size()) error = json::error::extra_data;
+  if (error) throw JSONError(error.message());
+  if (!found.isContainer) throw JSONError("neither an object nor an array");
+  if (!found.members) return std::nullopt;
+  return JSONObject(std::move(*found.members));
 }
 
 }  // namespace larkspur

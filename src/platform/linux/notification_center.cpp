@@ -1,8 +1,9 @@
 // SPDX-License-Identifier: Apache-2.0
-// One connection to the system bus, which outlives neither a fork nor a restart of the bus, and
-// whose frozen bus costs a post a second at most.
+// Signals over one connection to the system bus, which is opened anew after a fork or a restart of
+// the bus. A bus that does not react costs a post one second at most.
 #include <sys/stat.h>
 #include <systemd/sd-bus.h>
+#include <unistd.h>
 
 #include <algorithm>
 #include <cerrno>
@@ -24,24 +25,12 @@ constexpr char kInterface[] = "com.corvid.Larkspur1";
 constexpr char kSignal[] = "Changed";
 constexpr std::chrono::seconds kLongestPost{1};
 constexpr int kMostIncoming = 1000;
-// What a frozen bus may pile up in this process.
-constexpr std::uint64_t kMostQueued = 1000;
-
-bool isBroken(int result) {
-  return result == -ECONNRESET || result == -ENOTCONN || result == -EPIPE || result == -ESHUTDOWN ||
-         result == -ETIMEDOUT;
-}
 
 class BusConnection {
  public:
   enum Outcome : int { sent = 0, queued = 1 };  // a negative number is a failure
 
-  explicit BusConnection(BusConnection* inherited) noexcept {
-    // The parent goes on with its own copy of the descriptor.
-    if (inherited == nullptr || !inherited->mutex.try_lock()) return;
-    inherited->drop();
-    inherited->mutex.unlock();
-  }
+  explicit BusConnection(BusConnection* inherited) noexcept;
   ~BusConnection() { drop(); }
   BusConnection(const BusConnection&) = delete;
   BusConnection& operator=(const BusConnection&) = delete;
@@ -53,21 +42,26 @@ class BusConnection {
 
  private:
   bool isOurs() const noexcept;
-  int drain() noexcept;
+  int process() noexcept;
+  bool isAlive() noexcept;
   int flush(Clock::time_point end) noexcept;
-  void lose(int reason) noexcept;
   void drop() noexcept;
 
-  struct Release {
-    void operator()(sd_bus* bus) const noexcept { sd_bus_unref(bus); }
-  };
-  std::unique_ptr<sd_bus, Release> bus_;
+  sd_bus* bus_ = nullptr;
   int descriptor_ = -1;
   struct stat socket_ = {};
-  bool patient_ = true;
+  bool isPatient_ = true;
 };
 
-/// A host that closes every descriptor takes the number away, and its next file gets it.
+/// A forked child closes its copy of the descriptor. sd-bus does nothing more with the connection
+/// there, and the parent's stays as it is.
+BusConnection::BusConnection(BusConnection* inherited) noexcept {
+  if (inherited == nullptr || !inherited->mutex.try_lock()) return;
+  if (inherited->isOurs()) ::close(inherited->descriptor_);
+  inherited->mutex.unlock();
+}
+
+/// False when the host closed the descriptor: another file may have its number now.
 bool BusConnection::isOurs() const noexcept {
   struct stat now;
   return ::fstat(descriptor_, &now) == 0 && now.st_dev == socket_.st_dev &&
@@ -75,66 +69,53 @@ bool BusConnection::isOurs() const noexcept {
 }
 
 void BusConnection::drop() noexcept {
-  if (bus_ == nullptr) return;
-  // A connection that broke has closed its own. Else, where the number is a stranger's, the object
-  // is given up whole: to release it is to close the number.
-  const bool isClosed = sd_bus_get_fd(bus_.get()) == -ENOTCONN;
-  if (!isClosed && !isOurs()) static_cast<void>(bus_.release());
-  bus_.reset();
+  // A broken connection has closed its descriptor. Otherwise, if the number is not ours any more,
+  // leak the object: freeing it would close someone else's file.
+  if (bus_ != nullptr && (sd_bus_get_fd(bus_) == -ENOTCONN || isOurs())) sd_bus_unref(bus_);
+  bus_ = nullptr;
 }
 
-/// A bus that went away is another one when it comes back, and waited for; one that never answered
-/// is not.
-void BusConnection::lose(int reason) noexcept {
-  if (reason != -ETIMEDOUT) patient_ = true;
-  drop();
-}
-
-/// Connects unless a living connection is there; the bus need not have answered yet.
-int BusConnection::open() noexcept {
-  if (bus_ != nullptr && isOurs()) {
-    const int result = drain();
-    if (result >= 0 && sd_bus_is_open(bus_.get()) > 0) return 0;
-    lose(result);
-  }
-  drop();
-  sd_bus* fresh = nullptr;
-  if (const int result = sd_bus_open_system(&fresh); result < 0) return result;
-  bus_.reset(fresh);
-  descriptor_ = sd_bus_get_fd(fresh);
-  return ::fstat(descriptor_, &socket_) == 0 ? 0 : -errno;
-}
-
-/// Anybody may send to us; what came in is thrown away.
-int BusConnection::drain() noexcept {
-  int result = 1;
-  for (int taken = 0; result > 0 && taken < kMostIncoming; ++taken)
-    result = sd_bus_process(bus_.get(), nullptr);
+/// Reads and writes as far as that goes without waiting.
+int BusConnection::process() noexcept {
+  const int result = sd_bus_process(bus_, nullptr);
+  if (result > 0) isPatient_ = true;
   return result;
 }
 
-/// A bus that let one post wait for nothing is not waited for again until it gives a sign of life:
-/// the queue goes out with a later post, or never.
+/// Discards what others sent to us, which also shows whether the bus has gone.
+bool BusConnection::isAlive() noexcept {
+  if (bus_ == nullptr || !isOurs()) return false;
+  int result = 1;
+  for (int taken = 0; result > 0 && taken < kMostIncoming; ++taken) result = process();
+  return result >= 0 && sd_bus_is_open(bus_) > 0;
+}
+
+/// Connects unless a connection is alive; the bus need not have answered yet.
+int BusConnection::open() noexcept {
+  if (isAlive()) return 0;
+  drop();
+  if (const int result = sd_bus_open_system(&bus_); result < 0) return result;
+  isPatient_ = true;
+  descriptor_ = sd_bus_get_fd(bus_);
+  return ::fstat(descriptor_, &socket_) == 0 ? 0 : -errno;
+}
+
+/// Waits until nothing is queued. After one wait in vain no post waits again until the bus reacts;
+/// what is queued goes out with a later post, or never.
 int BusConnection::flush(Clock::time_point end) noexcept {
   for (;;) {
+    // Asked first: a broken connection has thrown its queue away.
+    if (sd_bus_is_open(bus_) <= 0) return -ECONNRESET;
     std::uint64_t waiting = 0;
-    int result = sd_bus_get_n_queued_write(bus_.get(), &waiting);
-    if (result < 0) return result;
-    if (waiting == 0) {
-      patient_ = true;
-      return sent;
-    }
-    result = sd_bus_process(bus_.get(), nullptr);
-    if (result < 0) return result;
-    if (result > 0) patient_ = true;
-    const auto left =
-        std::chrono::duration_cast<std::chrono::microseconds>(end - Clock::now()).count();
-    if (!patient_ || left <= 0) {
-      patient_ = false;
+    sd_bus_get_n_queued_write(bus_, &waiting);
+    if (waiting == 0) return sent;
+    int result = process();
+    const auto left = std::chrono::duration_cast<std::chrono::microseconds>(end - Clock::now());
+    if (result >= 0 && (!isPatient_ || left.count() <= 0)) {
+      isPatient_ = false;
       return queued;
     }
-    if (result > 0) continue;
-    result = sd_bus_wait(bus_.get(), static_cast<std::uint64_t>(left));
+    if (result == 0) result = sd_bus_wait(bus_, static_cast<std::uint64_t>(left.count()));
     if (result < 0 && result != -EINTR) return result;
   }
 }
@@ -144,14 +125,12 @@ int BusConnection::post(const char* name, Clock::time_point end) noexcept {
   for (int attempt = 0; attempt < 2; ++attempt) {
     result = open();
     if (result < 0) return result;
-    std::uint64_t waiting = 0;
-    sd_bus_get_n_queued_write(bus_.get(), &waiting);
-    if (waiting >= kMostQueued) return -ENOBUFS;
-    result = sd_bus_emit_signal(bus_.get(), kPath, kInterface, kSignal, "s", name);
+    result = sd_bus_emit_signal(bus_, kPath, kInterface, kSignal, "s", name);
+    // A name that the bus cannot carry is not tried again.
+    if (result < 0 && sd_bus_is_open(bus_) > 0) return result;
     if (result >= 0) result = flush(end);
-    // Only a broken connection is tried again: on a living one the signal may still be queued.
-    if (!isBroken(result)) return result;
-    lose(result);
+    if (result >= 0) return result;
+    drop();
   }
   return result;
 }

@@ -9,9 +9,9 @@
 
 namespace larkspur::linuxos {
 
-/// Holds a `State` that a forked child meets afresh: another thread may have held the inherited
-/// one's lock at the fork, and would never give it back. The new one is made from a pointer to the
-/// inherited one (null in the first process), to let go of what it holds if it can be locked.
+/// Holds a `State` that a forked child makes anew, since another thread may have held the lock of
+/// the inherited one at the fork and never releases it there. The new one is made from a pointer to
+/// the inherited one (null in the first process), to let go of what that holds; its memory stays.
 template <typename State>
 class PerProcess {
  public:
@@ -25,19 +25,16 @@ class PerProcess {
     Entry* newest = newest_.load(std::memory_order_acquire);
     if (newest != nullptr && newest->owner == ::getpid()) return newest->state;
     auto fresh = std::make_unique<Entry>(newest != nullptr ? &newest->state : nullptr);
-    Entry* const inherited = newest;
     if (!newest_.compare_exchange_strong(newest, fresh.get(), std::memory_order_acq_rel))
       return newest->state;
-    fresh->inherited.reset(inherited);
     return fresh.release()->state;
   }
 
  private:
   struct Entry {
-    explicit Entry(State* before) : state(before) {}
+    explicit Entry(State* inherited) : state(inherited) {}
     const pid_t owner = ::getpid();
     State state;
-    std::unique_ptr<Entry> inherited;  // kept: nothing of it may run while its lock is held
   };
 
   std::atomic<Entry*> newest_{nullptr};

@@ -14,7 +14,8 @@ namespace larkspur::test {
 namespace {
 
 constexpr uid_t kRoot = 0, kNobody = 65534;
-constexpr char kExample[] = "/packaging/examples/dbus-1/com.corvid.Larkspur1.conf";
+constexpr char kExample[] =
+    LARKSPUR_SOURCE_DIR "/packaging/examples/dbus-1/com.corvid.Larkspur1.conf";
 
 // Anybody may use the library, and nobody is told that the bus dropped what he sent.
 void postAs(uid_t user, const std::string& name) {
@@ -29,9 +30,8 @@ void postAs(uid_t user, const std::string& name) {
 
 TEST(BusPolicyTest, LetsTheClientsUserAloneAnnounceChanges) {
   if (::geteuid() != kRoot) GTEST_SKIP() << "to send as another user needs root";
-  const std::string source = __FILE__;
   std::ostringstream example;
-  example << std::ifstream(source.substr(0, source.rfind("/tests/")) + kExample).rdbuf();
+  example << std::ifstream(kExample).rdbuf();
   std::string policy = std::regex_replace(example.str(), std::regex("\"root\""), "\"nobody\"");
   policy =
       policy.substr(policy.find("<policy"), policy.rfind("</busconfig>") - policy.find("<policy"));

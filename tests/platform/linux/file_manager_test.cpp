@@ -20,15 +20,19 @@
 namespace {
 
 bool hidesTypes = false;
+// The type that an entry named "swapped" had before its owner swapped it for something else.
+unsigned char typeBefore = DT_UNKNOWN;
 
 }  // namespace
 
 // As from a file system that does not keep the types of its entries.
 extern "C" ssize_t getdents64(int directory, void* buffer, std::size_t size) noexcept {
   const ssize_t length = ::syscall(SYS_getdents64, directory, buffer, size);
-  for (ssize_t at = 0; hidesTypes && at < length;) {
+  for (ssize_t at = 0; at < length;) {
     auto* const entry = reinterpret_cast<dirent64*>(static_cast<char*>(buffer) + at);
-    entry->d_type = DT_UNKNOWN;
+    if (hidesTypes) entry->d_type = DT_UNKNOWN;
+    if (typeBefore != DT_UNKNOWN && entry->d_name == std::string_view("swapped"))
+      entry->d_type = typeBefore;
     at += entry->d_reclen;
   }
   return length;
@@ -148,6 +152,51 @@ TEST_F(FileManagerTest, ADirectoryThatIsMovedAwayEndsTheWalk) {
   EXPECT_EQ(met, "bcd");
 }
 
+TEST_F(FileManagerTest, NoModeIsChangedThroughALink) {
+  for (const unsigned char type : {DT_DIR, DT_REG}) {
+    sh("mkdir -p t && touch secret && chmod 600 secret && ln -s ../secret t/swapped");
+    typeBefore = type;
+    const auto open = [](EnumeratedItem& item) { item.setPosixPermissions(0755); };
+    EXPECT_EQ(failureOf([&] { files->enumerate(at("t"), open); }), EOPNOTSUPP);
+    failureOf([&] { files->removeItemReplacementDirectory(at("t")); });
+    typeBefore = DT_UNKNOWN;
+    EXPECT_EQ(snapshot(root()).at("secret"), "f600 ");
+    sh("rm -rf t");
+  }
+}
+
+TEST_F(FileManagerTest, AnEntryThatCannotBeLookedAtStopsTheWalk) {
+  sh("mkdir -p t/d");
+  hidesTypes = true;
+  int met = 0;
+  const auto swap = [&](EnumeratedItem&) { ++met, sh("rm -f t/*; rmdir t/d t/e 2>&-; true"); };
+  sh("mkdir t/e");
+  EXPECT_EQ(failureOf([&] { files->enumerate(at("t"), swap); }), ENOENT);
+  hidesTypes = false;
+  EXPECT_EQ(met, 1);
+}
+
+TEST_F(FileManagerTest, WhatCannotBeRemovedWholeIsNotTouched) {
+  if (!canMount()) GTEST_SKIP() << "needs root and mount namespaces";
+  inChild([this] {
+    mountAt("m");
+    const std::pair<const char*, int> cases[] = {
+        {"mount -t tmpfs none t/d/volume && touch t/d/volume/f", EBUSY},
+        {"mount --bind m t/d/volume", EBUSY},
+        {"touch t/d/bound && mount --bind /proc/version t/d/bound", EBUSY},
+        {"mount --bind t t", EBUSY},
+        {"chattr +i t/d/z", EPERM},
+        {"chattr +a t", EPERM}};
+    for (const auto& [obstacle, code] : cases) {
+      sh("mkdir -p t/d/volume && touch t/a t/d/z && " + std::string(obstacle));
+      const Tree before = snapshot(root());
+      EXPECT_EQ(failureOf([this] { files->removeItem(at("t"), at("")); }), code) << obstacle;
+      EXPECT_EQ(snapshot(root()), before) << obstacle;
+      sh("umount -q t/d/volume t/d/bound t; chattr -ia t t/d/z; rm -rf t");
+    }
+  });
+}
+
 TEST_F(FileManagerTest, OwnersOpenClosedDirectoriesOnTheWay) {
   if (::geteuid() != 0) GTEST_SKIP() << "needs root";
   ASSERT_EQ(::chown(root().c_str(), 65534, 65534), 0);
@@ -258,10 +307,17 @@ TEST_F(FileManagerTest, ScratchDirectoriesAreOnTheMountOfTheReference) {
   });
 }
 
+TEST_F(FileManagerTest, FilesMayBeBiggerThanTheAddressSpace) {
+  sh("mkdir tree && truncate -s 5G tree/big");
+  EXPECT_EQ(files->fileSize(at("tree/big")), std::int64_t{5} << 30);
+  files->enumerate(at("tree"), [](EnumeratedItem& item) { item.setPosixPermissions(0444); });
+  files->removeItem(at("tree"), at(""));
+}
+
 TEST_F(FileManagerTest, CopiesAreWholeAndNeverOverwrite) {
   sh("mkdir -p tree/sub && touch tree/empty && ln -s nowhere tree/link && cat /proc/version > same"
      " && head -c 3000001 /dev/urandom > tree/big && truncate -s 5M tree/big && chmod 640 tree/big"
-     " && find tree -depth -exec touch -hd 2001-02-03 {} +");
+     " && find tree -depth -exec touch -hd 2101-02-03 {} +");
   for (const std::string name : {"tree", "tree", "tree/big", "tree/link"}) {
     hidesTypes = !hidesTypes;
     files->copyItem(at(name), at("copy"));

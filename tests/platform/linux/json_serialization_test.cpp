@@ -1,5 +1,5 @@
 // SPDX-License-Identifier: Apache-2.0
-// The bytes that are written, and what of the world's JSON is read.
+// The bytes that are written, and what is read where readers of JSON differ.
 #include "platform/json_serialization.h"
 
 #include <gtest/gtest.h>
@@ -11,29 +11,30 @@ using namespace std::string_literals;
 
 TEST(JSONSerializationTest, WritesCompactTextAndNothingButUTF8) {
   const std::map<std::string, std::string> kDictionary{{"a/b", "application/zip"},
-                                                       {"", "\"\\\n\x01\x7f\u00fc\0"s}};
+                                                       {"", "\"\\\n\x01\x7f\u00fc\0"s},
+                                                       {"long", std::string(9000, '/')}};
   const std::string text = JSONSerialization::data(kDictionary);
-  EXPECT_EQ(text, "{\"\":\"\\\"\\\\\\n\\u0001\x7f\u00fc\\u0000\",\"a\\/b\":\"application\\/zip\"}");
+  EXPECT_TRUE(text.starts_with(R"({"":"\"\\\n\u0001)"
+                               "\x7f\u00fc"
+                               R"(\u0000","a\/b":"application\/zip","long":"\/\/)"));
   for (const auto& [key, value] : kDictionary)
     EXPECT_EQ(JSONSerialization::object(text)->stringForKey(key), value) << key;
   EXPECT_EQ(JSONSerialization::data({}), "{}");
-  for (const char* bytes : {"\xff", "\xc0\xaf", "\xed\xa0\x80", "a\xc3"}) {
-    EXPECT_THROW(JSONSerialization::data({{"key", bytes}}), JSONError) << bytes;
-    EXPECT_THROW(JSONSerialization::data({{bytes, "value"}}), JSONError) << bytes;
-  }
+  EXPECT_THROW(JSONSerialization::data({{"key", "a\xC3"}}), JSONError);
+  EXPECT_THROW(JSONSerialization::data({{"\xED\xA0\x80", "value"}}), JSONError);
 }
 
-TEST(JSONSerializationTest, ReadsEveryValidObject) {
-  const std::pair<const char*, std::optional<std::string>> kCases[] = {
-      {" { \"x\" : [1, {}] ,\t\"k\" : \"v\" } \n", "v"},
-      {R"({"k":"a\/b/c\u00fc\ud83d\udc26"})", "a/b/c\u00fc\U0001f426"},
-      {R"({"k":"a\u0000b"})", "a\0b"s},
-      {R"({"k":"first","k":"last"})", "last"},
-      {R"({"n":[123456789012345678901234567890,-0,1.5e300,1e-400],"k":""})", ""},
-      {R"({"K":"v","k ":"v"})", std::nullopt},
-      {R"({"k":3})", std::nullopt},
-      {R"({"k":null})", std::nullopt},
-      {R"({"k":{"k":"v"}})", std::nullopt}};
+std::string nested(std::size_t depth) { return std::string(depth, '[') + std::string(depth, ']'); }
+
+TEST(JSONSerializationTest, ReadsObjects) {
+  const std::pair<std::string, std::optional<std::string>> kCases[] = {
+      {R"( {"x":["k",{"k":"inner"}],"k":"a\/b/c\u00fc\ud83d\udc26","y":{"k":3}} )",
+       "a/b/c\u00fc\U0001f426"},
+      {R"({"\u0000":"","k":"a\u0000b"})", "a\0b"s},
+      {R"({"k":3,"\u006b":"last"})", "last"},
+      {R"({"k":"first","k":null})", std::nullopt},
+      {R"({"k":"","n":[123456789012345678901234567890,-0,1e400,1e-400]})", ""},
+      {R"({"n":)" + nested(JSONSerialization::kMaximalDepth - 1) + R"(,"k":"v"})", "v"}};
   for (const auto& [text, value] : kCases) {
     const auto object = JSONSerialization::object(text);
     ASSERT_TRUE(object) << text;
@@ -42,13 +43,10 @@ TEST(JSONSerializationTest, ReadsEveryValidObject) {
 }
 
 TEST(JSONSerializationTest, TellsArraysFromBadText) {
-  for (const char* text : {"[]", " [\"k\", {}] "}) EXPECT_FALSE(JSONSerialization::object(text));
-  const std::string kDeep = std::string(5000, '[') + std::string(5000, ']');
+  EXPECT_FALSE(JSONSerialization::object(R"( [{"k":"v"}] )"));
   for (const auto& text :
-       {""s,           " "s,      "{"s,    R"("k")"s,         "3"s,           "true"s,
-        "null"s,       "{}x"s,    "{}\0"s, "\xef\xbb\xbf{}"s, R"({"k":1,})"s, "{k:1}"s,
-        "{'k':1}"s,    "{}/**/"s, "[01]"s, "[1e400]"s,        "[\"\xff\"]"s,  R"(["\ud800"])"s,
-        "[\"a\nb\"]"s, kDeep})
+       {""s, " "s, "{"s, R"("k")"s, "3"s, "null"s, "{}x"s, "{}\0"s, "\xEF\xBB\xBF{}"s, "[1,]"s,
+        "{}/**/"s, "[\"\xFF\"]"s, nested(JSONSerialization::kMaximalDepth + 1), nested(1 << 20)})
     try {
       JSONSerialization::object(text);
       ADD_FAILURE() << text;

@@ -5,10 +5,15 @@
 #include <fcntl.h>
 #include <gtest/gtest.h>
 #include <sys/mman.h>
+#include <sys/socket.h>
+#include <sys/un.h>
 #include <sys/wait.h>
 #include <unistd.h>
 
+#include <algorithm>
+#include <cstddef>
 #include <functional>
+#include <mutex>
 #include <thread>
 
 #include "support/platform_scope.h"
@@ -20,25 +25,52 @@ namespace {
 using namespace std::chrono_literals;
 using Names = std::vector<std::string>;
 
+struct LockedRecorder : Recorder {
+  void write(const LogEntry& entry) noexcept override {
+    const std::lock_guard guard(mutex);
+    Recorder::write(entry);
+  }
+  std::mutex mutex;
+};
+
 struct BusNotificationCenterTest : ::testing::Test {
   PrivateBus& bus = PrivateBus::shared();
-  Platform before = currentPlatform();
-  Names& lines = recordSignals()->lines;
+  const ScopedPlatform before;
+  std::shared_ptr<LockedRecorder> recorder = std::make_shared<LockedRecorder>();
+  Names& lines = recorder->lines;
   std::shared_ptr<NotificationCenter> center = linuxos::makeNotificationCenter();
 
-  ~BusNotificationCenterTest() override {
-    currentPlatform() = before;
-    bus.restart();
-  }
+  BusNotificationCenterTest() { currentPlatform().log = recorder; }
+  ~BusNotificationCenterTest() override { bus.restart(); }
   double secondsFor(const std::string& name) {
     const auto start = std::chrono::steady_clock::now();
     center->post(name);
     return std::chrono::duration<double>(std::chrono::steady_clock::now() - start).count();
   }
+  /// Posts until nothing waits: a busy machine may use up the second of a post.
+  bool sends(std::string name) {
+    do {
+      lines.clear();
+      center->post(std::exchange(name, "again"));
+    } while (!lines.empty() && lines[0].ends_with("waits for the bus to answer"));
+    return lines.empty();
+  }
+  /// What the listener hears until `last`, sorted and without what was posted to push others out.
+  static Names heard(BusListener& listener, const std::string& last) {
+    Names names;
+    while (names.empty() || names.back() != last) {
+      const Names more = listener.received(1);
+      if (more.empty()) break;
+      names.insert(names.end(), more.begin(), more.end());
+    }
+    std::erase(names, "again");
+    std::ranges::sort(names);
+    return names;
+  }
   static int inFork(const std::function<int()>& body) {
     int status = -1;
     const pid_t child = ::fork();
-    if (child == 0) ::_exit(body());
+    if (child == 0) ::alarm(30), ::_exit(body());
     return ::waitpid(child, &status, 0) == child ? status : -1;
   }
 };
@@ -49,10 +81,10 @@ TEST_F(BusNotificationCenterTest, PostsOnARestartedBusAndOnOneThatFreezes) {
   ::close(descriptor);
   for (const char* name : {"first", "second", "third"}) {
     BusListener listener;
-    center->post(name);
-    EXPECT_EQ(listener.received(1), Names{name});
+    EXPECT_TRUE(sends(name));
+    EXPECT_EQ(heard(listener, name), Names{name});
     bus.freeze();
-    EXPECT_LT(secondsFor("late"), 0.2);
+    EXPECT_LT(secondsFor("late"), 0.8);
     bus.thaw();
     EXPECT_EQ(listener.received(1), Names{"late"});
     bus.restart();
@@ -71,15 +103,16 @@ TEST_F(BusNotificationCenterTest, AFrozenBusIsWaitedForOnceAndHearsEachPostOnce)
   BusListener listener;
   bus.freeze();
   ASSERT_TRUE(center->open());
-  EXPECT_NEAR(secondsFor("first"), 1, 0.2);
-  EXPECT_LT(secondsFor("second"), 0.1);
-  EXPECT_LT(secondsFor("third"), 0.1);
+  EXPECT_NEAR(secondsFor("first"), 1.4, 0.5);
+  EXPECT_LT(secondsFor("second"), 0.8);
+  EXPECT_LT(secondsFor("third"), 0.8);
   ASSERT_EQ(lines.size(), 3u);
   EXPECT_EQ(lines[0], "error Platform: Notification first waits for the bus to answer");
   bus.thaw();
   std::this_thread::sleep_for(200ms);
-  EXPECT_LT(secondsFor("fourth"), 0.9);
-  EXPECT_EQ(listener.received(5, 500ms), (Names{"first", "second", "third", "fourth"}));
+  EXPECT_TRUE(sends("fourth"));
+  EXPECT_TRUE(sends("last"));
+  EXPECT_EQ(heard(listener, "last"), (Names{"first", "fourth", "last", "second", "third"}));
   // The one that comes after it is not made to pay.
   for (const char* name : {"fifth", "sixth", "seventh"}) {
     bus.restart();
@@ -92,6 +125,29 @@ TEST_F(BusNotificationCenterTest, AFrozenBusIsWaitedForOnceAndHearsEachPostOnce)
   }
 }
 
+TEST_F(BusNotificationCenterTest, APostWhoseConnectionBreaksIsTriedOnceMore) {
+  const std::string working = bus.address(), silent = working + "-silent";
+  BusListener listener;
+  for (const std::string& next : {working, silent}) {
+    sockaddr_un address{AF_UNIX, {}};  // an abstract name: a zero byte stands in front of it
+    silent.copy(address.sun_path + 1, sizeof address.sun_path - 1, sizeof "unix:abstract=" - 1);
+    const auto length = offsetof(sockaddr_un, sun_path) + silent.size() - 13;
+    const int socket = ::socket(AF_UNIX, SOCK_STREAM | SOCK_CLOEXEC, 0);
+    ASSERT_EQ(::bind(socket, reinterpret_cast<sockaddr*>(&address), socklen_t(length)), 0);
+    ASSERT_EQ(::listen(socket, 1), 0);
+    ::setenv("DBUS_SYSTEM_BUS_ADDRESS", silent.c_str(), 1);
+    center = linuxos::makeNotificationCenter();
+    EXPECT_TRUE(center->open());
+    ::setenv("DBUS_SYSTEM_BUS_ADDRESS", next.c_str(), 1);
+    std::thread breaking([&] { std::this_thread::sleep_for(200ms), ::close(socket); });
+    center->post("name");
+    breaking.join();
+  }
+  ::setenv("DBUS_SYSTEM_BUS_ADDRESS", working.c_str(), 1);
+  EXPECT_EQ(listener.received(1), Names{"name"});
+  EXPECT_EQ(lines, Names{"error Platform: Failed posting notification name, errno: 111"});
+}
+
 TEST_F(BusNotificationCenterTest, ManyThreadsAndForkedProcessesPost) {
   BusListener listener;
   std::vector<std::thread> threads(4);
@@ -100,13 +156,22 @@ TEST_F(BusNotificationCenterTest, ManyThreadsAndForkedProcessesPost) {
       for (int i = 0; i < 50; ++i) center->post("name");
     });
   for (std::thread& thread : threads) thread.join();
-  EXPECT_EQ(listener.received(200), Names(200, "name"));
-  EXPECT_EQ(inFork([this] { return center->post("child"), lines.empty() ? 0 : 1; }), 0);
+  EXPECT_TRUE(sends("a"));
+  EXPECT_EQ(inFork([this] { return sends("child") ? 0 : 1; }), 0);
   center->post("\xff");
   center->post({"cut\0short", 9});
   EXPECT_EQ(lines.size(), 2u);
-  center->post("parent");
-  EXPECT_EQ(listener.received(3, 500ms), (Names{"child", "parent"}));
+  EXPECT_TRUE(sends("parent"));
+  Names all(203, "name");
+  all[0] = "a", all[1] = "child", all[202] = "parent";
+  EXPECT_EQ(heard(listener, "parent"), all);
+  // A child whose lock another thread held at the fork.
+  bus.restart();
+  bus.freeze();
+  std::thread waiting([this] { center->post("waiting"); });
+  std::this_thread::sleep_for(200ms);
+  EXPECT_EQ(inFork([this] { return center->post("child"), 0; }), 0);
+  waiting.join();
 }
 
 TEST_F(BusNotificationCenterTest, AStrangersFileUnderItsNumberIsLeftAlone) {
