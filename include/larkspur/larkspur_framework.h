@@ -75,7 +75,7 @@ class LARKSPUR_EXPORT LarkspurFramework {
   /// Makes an object for the root at `path`, which must be absolute. A missing root is made, with
   /// its parents, all 0755 whatever the umask. Throws nothing: a root that cannot be made ends the
   /// process with `exit(-1)`, a path that is not a location (relative, or not UTF-8) aborts it. The
-  /// object is ready unless there is no notification center; `isDarwinNotifCenterSuccess` tells.
+  /// object is ready unless there is no notification center; see `isDarwinNotifCenterSuccess`.
   static std::unique_ptr<LarkspurFramework> createFramework(const std::string& path);
 
   /// Where the managed root is. Absent only if a client made it so; the next operation that needs
@@ -118,7 +118,7 @@ class LARKSPUR_EXPORT LarkspurFramework {
   /// - `updateServiceFailed`, if the service belongs to another declaration: its tree, record and
   ///   saved copy are as before;
   /// - `unzipFailed`, `symbolicLinksNotAllowed`: the service's directory is gone, even if it held a
-  ///   good version; the saved copy is as before. `checkArchive` tells beforehand;
+  ///   good version; the saved copy is as before. call `checkArchive` first;
   /// - `symbolicLinksNotAllowed` for an archive that is itself a link: new tree and record, and the
   ///   link as saved copy;
   /// - `unexpectedError`, if a system call failed in the middle of the extraction; the archive is
