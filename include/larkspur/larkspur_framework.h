@@ -52,7 +52,7 @@ class NotificationCenter;
 /// Limits:
 /// - A service type is used unchanged as the name of a directory. A client that does not control it
 ///   must refuse "", ".", "..", "._saved" and anything with a slash. Types that begin with
-///   "com.corvid." are reserved, except for those that continue with "webserver", "accessrules",
+///   "com.corvid." are reserved, except for nine: "com.corvid." and "webserver", "accessrules",
 ///   "shell", "smartcards", "printing", "authmodules", "remotelogin", "superuser" or "altshell".
 /// - An archive is a plain file, not a link, and not the service's own saved copy: that is deleted
 ///   before it is copied. To the unzip tool `[`, `*`, `?` and a backslash in its name are a
