@@ -1,6 +1,5 @@
 // SPDX-License-Identifier: Apache-2.0
-// Opens and closes a root. Start-up in C++ may end the process; here the root is made beforehand,
-// so that it has no reason to.
+// Opens and closes stores. Creates a missing root itself: `createFramework` exits if it cannot.
 #include <filesystem>
 #include <memory>
 #include <system_error>

@@ -1,5 +1,5 @@
 // SPDX-License-Identifier: Apache-2.0
-// Checks texts before the library sees them: what is a C++ client's duty, this interface does.
+// Checks strings from C callers; C++ callers check theirs themselves.
 #include "c/text.h"
 
 #include <string_view>
@@ -41,9 +41,9 @@ void requireServiceType(const char* serviceType) {
   const std::string_view name = requireText(serviceType, kSubject);
   require(!name.empty(), kSubject, " is empty");
   require(name.size() <= kLongestName, kSubject, " is longer than 255 bytes");
-  require(name.find('/') == std::string_view::npos, kSubject, " holds a slash");
+  require(name.find('/') == std::string_view::npos, kSubject, " contains a slash");
   require(name != "." && name != ".." && name != "._saved" && !name.starts_with(".larkspur-"),
-          kSubject, " is a name that the root keeps for itself");
+          kSubject, " is a reserved name");
 }
 
 }  // namespace larkspur::c

@@ -66,7 +66,7 @@ TEST_F(CInterfaceTest, BadArguments) {
   expect(open(root(), nullptr), "store is NULL");
   expect(larkspur_use_hooks(nullptr, &error), "hooks is NULL");
   expect(hooks(sizeof(larkspur_hooks) - 1, 0), "size is not sizeof(larkspur_hooks)");
-  expect(hooks(sizeof(larkspur_hooks), 3), "log_level is no level");
+  expect(hooks(sizeof(larkspur_hooks), 3), "log_level is not a level");
   expect(hooks(sizeof(larkspur_hooks), 0), "hooks cannot change while a store is open");
   expect(larkspur_check_archive(nullptr, "x", &error), "store is NULL");
   expect(larkspur_check_archive(store, nullptr, &error), "archive is NULL");
@@ -84,12 +84,11 @@ TEST_F(CInterfaceTest, BadArguments) {
   expect(install(&Options::service_type, nullptr), "service_type is NULL");
   expect(install(&Options::service_type, ""), "service_type is empty");
   expect(install(&Options::service_type, "a\xC0\x80"), "service_type is not UTF-8");
-  expect(install(&Options::service_type, "a/b"), "service_type holds a slash");
+  expect(install(&Options::service_type, "a/b"), "service_type contains a slash");
   expect(install(&Options::service_type, std::string(256, 'a').c_str()),
          "service_type is longer than 255 bytes");
   for (const char* name : {".", "..", "._saved", ".larkspur-abcdef"})
-    expect(install(&Options::service_type, name),
-           "service_type is a name that the root keeps for itself");
+    expect(install(&Options::service_type, name), "service_type is a reserved name");
   expect(install(&Options::archive, nullptr), "archive is NULL");
   expect(install(&Options::version, "\xF4\x90\x80\x80"), "version is not UTF-8");
   expect(install(&Options::identifier, nullptr), "identifier is NULL");
