@@ -49,7 +49,7 @@ const char* member(const JSON& record, const char* key) {
 }
 
 bool exists(const std::string& path) {
-  struct stat status {};
+  struct stat status = {};
   return ::stat(path.c_str(), &status) == 0;
 }
 
@@ -87,6 +87,13 @@ void eachValue(const std::string& root, const char* key, Visit visit) {
     const char* const value = member(document, key);
     return value == nullptr || visit(name, value);
   });
+}
+
+// What the library reports as done survives a power cut, so the floor's work must too.
+void flushVolume(const std::string& path) {
+  const int directory = ::open(path.c_str(), O_RDONLY | O_DIRECTORY | O_CLOEXEC);
+  require(directory >= 0 && ::syncfs(directory) == 0, "syncfs");
+  ::close(directory);
 }
 
 }  // namespace
@@ -142,6 +149,7 @@ void Floor::install(const Delivery& delivery) {
   writeRecord(service, delivery);
   beginStep(Step::savedCopy);
   replaceSavedCopy(delivery);
+  flushVolume(root_);
   beginStep(Step::records);
   count();
   require(exists(delivery.archive), delivery.archive);
@@ -191,6 +199,7 @@ void Floor::remove(const std::string& version) {
   const std::string service = root_ + '/' + *serviceType;
   if (exists(service)) removeTree(service);
   if (exists(savedCopy(*serviceType))) removeTree(savedCopy(*serviceType));
+  flushVolume(root_);
   count();
 }
 

@@ -72,7 +72,7 @@ void removeTree(const std::string& path) {
 
 void copyFile(const std::string& source, const std::string& target) {
   const int from = ::open(source.c_str(), O_RDONLY | O_CLOEXEC);
-  struct stat status {};
+  struct stat status = {};
   require(from >= 0 && ::fstat(from, &status) == 0, source);
   const int to = ::open(target.c_str(), O_WRONLY | O_CREAT | O_EXCL | O_CLOEXEC, 0600);
   require(to >= 0, target);

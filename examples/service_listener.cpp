@@ -89,7 +89,7 @@ std::set<std::string> entries(int directory) {
 void describe(int directory, const std::string& prefix, std::string& lines) {
   for (const std::string& name : entries(directory)) {
     const Descriptor item(openat(directory, name.c_str(), O_RDONLY | O_NOFOLLOW | O_CLOEXEC));
-    struct stat status {};
+    struct stat status = {};
     if (!item.isOpen() || fstat(item.number(), &status) != 0) fail(errno, prefix + name);
     std::array<char, 16> mode{};
     std::snprintf(mode.data(), mode.size(), "  %04o ", status.st_mode & 07777U);
@@ -118,8 +118,8 @@ std::string record(int directory) {
 }
 
 bool isStillAt(const std::string& path, int directory) {
-  struct stat now {};
-  struct stat opened {};
+  struct stat now = {};
+  struct stat opened = {};
   return fstat(directory, &opened) == 0 && stat(path.c_str(), &now) == 0 &&
          now.st_dev == opened.st_dev && now.st_ino == opened.st_ino;
 }

@@ -88,8 +88,9 @@ class LARKSPUR_EXPORT LarkspurFramework {
   /// declaration's service.
   ///
   /// Effect: services of the same declaration under another type are deleted, the tree is swapped
-  /// in whole, the change announced, the record written, the saved copy replaced, and an analytics
-  /// event sent, in that order.
+  /// in whole, the change announced, the record written, the saved copy replaced, all of it flushed
+  /// to the disk, and an analytics event sent, in that order. After a return without an error tree,
+  /// record and saved copy survive a power cut; at every moment the tree is whole, old or new.
   ///
   /// Throws, with what is on disk then:
   /// - `invalidMIMEType`, `reservedServiceType`: everything as before; with every error below,
@@ -102,7 +103,7 @@ class LARKSPUR_EXPORT LarkspurFramework {
   ///   empty and never a mixture;
   /// - `internalError`: the service is at the step that failed: not touched, its directory gone,
   ///   new tree without a record, new tree and record without a whole saved copy, or all in place
-  ///   and only the event not sent;
+  ///   and only not flushed, or the event not sent;
   /// - `symbolicLinksNotAllowed` for an archive that is itself a link: new tree and record, the
   ///   link as saved copy;
   /// - `std::system_error`, from the modes of the saved copy or the size of the archive: all is in
@@ -114,10 +115,11 @@ class LARKSPUR_EXPORT LarkspurFramework {
                               const std::string& hashSHA256, bool force);
 
   /// Deletes the first service that the version key `declarationVersionKey` installed: its tree
-  /// with the record, announced, then its saved copy, then an analytics event.
+  /// with the record, announced, then its saved copy, then an analytics event. After a return
+  /// without an error a power cut brings nothing of it back.
   /// Throws `serviceNotFound` with everything as before, or `internalError` at the step that
-  /// failed: the tree there or partly gone, the tree gone and the saved copy there or partly gone,
-  /// or all gone and only the event not sent.
+  /// failed: the tree there, the tree gone and the saved copy there, or both gone and only not
+  /// flushed, or the event not sent. Each is there whole or not at all.
   virtual void deleteService(const std::string& declarationVersionKey);
 
   /// The version keys of all services, one per readable record, repeats included, in the order

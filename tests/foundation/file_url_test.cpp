@@ -34,11 +34,24 @@ TEST(FileURLTest, TextThereAndBack) {
   EXPECT_EQ(FileURL("/a b/é%?#;[").absoluteString(), "file:///a%20b/%C3%A9%25%3F%23;%5B");
   for (const char* text :
        {"", "/x", "file:/x", "file://", "file://x", "file://localhost/x", "http:///x",
-        "file:///a b", "file:///é", "file:///%4", "file:///%zz", "file:///%/0", "file:///%0G",
-        "file:///%`0", "file:///%", "file:///x?y", "file:///x#y"}) {
+        "file:///a b", "file:///é", "file:///%4", "file:///%", "file:///x?y", "file:///x#y"}) {
     errno = 0;
     EXPECT_FALSE(FileURL::parse(text)) << text;
     EXPECT_EQ(errno, EINVAL);
+  }
+}
+
+TEST(FileURLTest, EveryEscape) {
+  constexpr std::string_view kDigits = "0123456789ABCDEF0123456789abcdef";
+  for (int pair = 0; pair < 0x10000; ++pair) {
+    const char high = static_cast<char>(pair >> 8), low = static_cast<char>(pair);
+    const auto url = FileURL::parse(std::string("file:///%") + high + low);
+    const std::size_t first = kDigits.find(high), second = kDigits.find(low);
+    const bool isEscape = first != kDigits.npos && second != kDigits.npos;
+    ASSERT_EQ(url.has_value(), isEscape) << pair;
+    if (isEscape) {
+      ASSERT_EQ(url->path()[1], static_cast<char>(first % 16 * 16 + second % 16));
+    }
   }
 }
 

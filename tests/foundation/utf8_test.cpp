@@ -25,4 +25,16 @@ TEST(UTF8Test, Repair) {
   }
 }
 
+TEST(UTF8Test, EveryShortStringIsRepairedOrUnchanged) {
+  const std::string_view thirds("\0z\x7F\x80\x8F\x90\x9F\xA0\xBF\xC2\xE1\xFF", 12);
+  for (int pair = 0; pair < 0x10000; ++pair) {
+    for (const char third : thirds) {
+      const std::string bytes{static_cast<char>(pair >> 8), static_cast<char>(pair), third};
+      const std::string repaired = repairedUTF8(bytes);
+      ASSERT_TRUE(isUTF8(repaired)) << pair;
+      ASSERT_EQ(isUTF8(bytes), repaired == bytes) << pair;
+    }
+  }
+}
+
 }  // namespace larkspur::test

@@ -5,9 +5,9 @@
 
 #include <larkspur/larkspur.h>
 
+#include "foundation/names_on_disk.h"
 #include "foundation/utf8.h"
 #include "state/larkspur_get_persisted_data.h"
-#include "foundation/names_on_disk.h"
 
 namespace {
 

@@ -1,14 +1,12 @@
 # SPDX-License-Identifier: Apache-2.0
 """What is on the disk when the power is cut: at each system call of an operation, and after it.
 
-The file below a loop volume holds what has reached the device. Run as root in a mount namespace that
-takes every mount with it when it goes:
-
-    LARKSPUR_LIBRARY=build/dev/liblarkspur.so PYTHONPATH=bindings/python \\
-        unshare --mount --propagation private python3 tests/outside/power.py ext4 xfs btrfs
+The file below a loop volume holds what has reached the device. `scripts/deep power` runs this as
+root, with the file systems as arguments, in a mount namespace that takes the mounts with it.
 """
 
 import contextlib
+import itertools
 import os
 import re
 import signal
@@ -26,8 +24,8 @@ OLD = "com.example.old"
 INSTALL = f"install({VPN!r}, 'v2/config.zip', version='v2', identifier='d', sha256='v2')"
 DELETED = "v1 v1 v1|- - v1|- - -"
 MADE = "v2 - {0}|v2 v2 ({0}|-|empty|part|v2)"
-# What is done; the type of v1 before; what a cut on the way may leave, and what is there after the
-# return: tree, record and saved copy of the old type, then of the other.
+# What is done; the type that v1 has before; what a cut on the way may leave, and what the return
+# promises: tree, record and saved copy under the old type, then under the other.
 OPERATIONS = {
     "update": (INSTALL, VPN, f"- - -; (v1 v1 v1|{MADE.format('v1')})", "- - -; v2 v2 v2"),
     "rename": (INSTALL, OLD, f"({DELETED}); - - -|- - -; (empty - -|{MADE.format('-')})",
@@ -39,26 +37,9 @@ BEGIN, END = "/the operation begins", "/the operation ends"
 NO_POINT = re.compile(r"\W|syscall_|mmap|munmap|mprotect|brk|futex|rt_|getpid|prlimit|exit")
 
 WORK = Path(tempfile.mkdtemp(prefix="larkspur-power."))
-PREPARED, LIVE, EARLY, LATE = (WORK / name for name in ("prepared", "live", "early", "late"))
+PREPARED, LIVE, BEFORE, AFTER = (WORK / name for name in ("prepared", "live", "before", "after"))
 VOLUME = WORK / "volume"
 ROOT = VOLUME / "root"
-
-
-def program(operation):
-    """The command whose system calls between two marks are the points."""
-    code = f"""import os, larkspur
-larkspur.use_hooks(log=print, change=print, event=print)
-with larkspur.Store("root") as store:
-    os.access({BEGIN!r}, 0)
-    store.{OPERATIONS[operation][0]}
-    os.access({END!r}, 0)"""
-    return [sys.executable, "-c", code]
-
-
-def traced(operation, *options):
-    """Runs the program on a fresh volume, which stays mounted for the body."""
-    command = ["strace", "-o", WORK / "trace", *options, *program(operation)]
-    return subprocess.run(command, cwd=VOLUME, stdout=subprocess.PIPE)
 
 
 def run(*command):
@@ -67,6 +48,10 @@ def run(*command):
 
 def copy(image, target):
     run("cp", "--sparse=always", image, target)
+
+
+def nothing(*_):
+    """A hook in place of the bus and the journal."""
 
 
 @contextlib.contextmanager
@@ -80,6 +65,44 @@ def mounted(image):
             if time.monotonic() > end:
                 raise TimeoutError(f"{VOLUME} stays busy")
             time.sleep(0.02)
+
+
+def traced(operation, *options):
+    """Carries it out in a program of its own, under strace, on the mounted volume."""
+    code = f"""import os, larkspur
+larkspur.use_hooks(log=print, change=print, event=print)
+with larkspur.Store("root") as store:
+    os.access({BEGIN!r}, 0)
+    store.{OPERATIONS[operation][0]}
+    os.access({END!r}, 0)"""
+    command = ["strace", "-o", WORK / "trace", *options, sys.executable, "-c", code]
+    return subprocess.run(command, cwd=VOLUME, stdout=subprocess.PIPE)
+
+
+def points(operation):
+    """Each call with its number among those of its name; the last one follows the return."""
+    copy(PREPARED, LIVE)
+    with mounted(LIVE):
+        traced(operation).check_returncode()
+    counts, begun = Counter(), False
+    for line in (WORK / "trace").read_text().splitlines():
+        call = line.partition("(")[0]
+        counts[call] += 1
+        if END in line:
+            return (yield call, counts[call], True)
+        if begun and not NO_POINT.match(call):
+            yield call, counts[call], False
+        begun = begun or BEGIN in line
+
+
+def whole(version):
+    """Tree, record and saved copy of a version."""
+    large = f"{version}/large"
+    tree = {"settings": f"f444 {version}", version: "d755", large: f"f444 {version * 50_000}"}
+    kept = {"declarationVersionKey": version, "declarationIdentifierKey": "d",
+            "contentType": "application/zip", "hashSHA256": version}  # fmt: skip
+    archive = (VOLUME / version / "config.zip").read_bytes().decode("latin-1")
+    return tree, kept, {"config.zip": f"f444 {archive}"}
 
 
 def install(version, type=VPN):
@@ -103,116 +126,74 @@ def prepare(system, operation):
     copy(LIVE, PREPARED)
 
 
-def points(operation):
-    """Each call with its number among those of its name, and whether the operation has returned."""
-    copy(PREPARED, LIVE)
-    with mounted(LIVE):
-        traced(operation).check_returncode()
-    counts, begun = Counter(), False
-    for line in (WORK / "trace").read_text().splitlines():
-        call = line.partition("(")[0]
-        counts[call] += 1
-        if END in line:
-            yield call, counts[call], True
-            return
-        if begun and not NO_POINT.match(call):
-            yield call, counts[call], False
-        begun = begun or BEGIN in line
-
-
-def version_of(place, whole):
-    items = snapshot(place)
-    if not items:
-        return "empty" if place.exists() else "-"
-    return next((version for version in ("v1", "v2") if items == whole(version)), "other")
-
-
-def tree(version):
-    large = version * 50_000
-    return {"settings": f"f444 {version}", version: "d755", f"{version}/large": f"f444 {large}"}
-
-
-def saved_copy(version):
-    archive = (VOLUME / version / "config.zip").read_bytes().decode("latin-1")
-    return {"config.zip": f"f444 {archive}"}
-
-
 def state(type):
-    """The versions of tree, record and saved copy. Also "-" for nothing, "empty", "part" of a copy
-    on the way, and "other" for all else."""
-    kept, saved = record(ROOT / type), ROOT / "._saved" / type
-    version = kept.get("declarationVersionKey") if kept else "-"
-    whole = dict(declarationVersionKey=version, declarationIdentifierKey="d", hashSHA256=version)
-    if kept and kept != whole | {"contentType": "application/zip"}:
-        version = "other"
-    copied = version_of(saved, saved_copy)
-    if copied == "other" and [*snapshot(saved)] == ["config.zip"]:
-        content = (saved / "config.zip").read_bytes().decode("latin-1")
-        copied = "part" if saved_copy("v2")["config.zip"].startswith(f"f444 {content}") else "other"
-    return f"{version_of(ROOT / type, tree)} {version} {copied}"
+    """The versions of tree, record and saved copy: "v2 v2 part", "- - -"."""
+    tree, saved = (snapshot(path) if path.exists() else None
+                   for path in (ROOT / type, ROOT / "._saved" / type))  # fmt: skip
+    versions = {version: whole(version) for version in ("v1", "v2")}
+    names = []
+    for at, found in enumerate((tree, record(ROOT / type), saved)):
+        other = "-" if found is None else "other" if found else "empty"
+        names.append(next((name for name, all in versions.items() if all[at] == found), other))
+    if names[2] == "other" and [*saved] == ["config.zip"]:
+        modeless = [files["config.zip"][5:] for files in (versions["v2"][2], saved)]
+        names[2] = "part" if modeless[0].startswith(modeless[1]) else "other"
+    return " ".join(names)
 
 
 def wrong(operation, returned):
-    """What is wrong on the mounted volume, or nothing."""
+    """What is wrong on the mounted volume, now and after the next install."""
     _, _, allowed, result = OPERATIONS[operation]
-    found = f"{state(OLD)}; {state(VPN)}"
+    found, entries = f"{state(OLD)}; {state(VPN)}", set(os.listdir(ROOT))
     if not re.fullmatch(result if returned else allowed, found):
         return found
-    entries = {path.name for path in ROOT.iterdir()}
-    if returned and entries != {"._saved"} | ({VPN} if "v2" in result else set()):
-        return entries
+    if returned and entries != {"._saved", *([VPN] if "v2" in result else [])}:
+        return f"{found} with {entries}"
     install("v2")
-    entries = {path.name for path in ROOT.iterdir()}
-    if not re.fullmatch("- - (v1|-); v2 v2 v2", healed := f"{state(OLD)}; {state(VPN)}"):
-        return f"{found}, then {healed}"
-    return entries if entries != {"._saved", VPN} else None
+    healed, entries = f"{state(OLD)}; {state(VPN)}", set(os.listdir(ROOT))
+    if not re.fullmatch("- - (v1|-); v2 v2 v2", healed) or entries != {"._saved", VPN}:
+        return f"{found}, then {healed} with {entries}"
+    return None
 
 
 def sweep(system, operation):
-    """Cuts the power at each point, before and after a commit of the journal for something else."""
+    """Cuts the power at each point, before and after the journal is committed for another file."""
     prepare(system, operation)
-    numbers = Counter()
+    title = f"{system} {operation}"
+    numbers = Counter(failures=0)
     for call, number, returned in points(operation):
         copy(PREPARED, LIVE)
         with mounted(LIVE):
             kill = f"inject={call}:signal=KILL:when={number}"
             end = traced(operation, "-e", f"trace={call}", "-e", kill)
-            copy(LIVE, EARLY)
-            with open(VOLUME / "unrelated", "w") as file:
+            copy(LIVE, BEFORE)
+            with open(VOLUME / "another", "w") as file:
                 os.fsync(file.fileno())
-            copy(LIVE, LATE)
+            copy(LIVE, AFTER)
         if end.returncode not in (0, -signal.SIGKILL):
             raise RuntimeError(f"{call} {number}: status {end.returncode}, {end.stdout}")
-        returned = returned or end.returncode == 0
         numbers["points"] += 1
-        numbers["returns"] += returned
-        for image in EARLY, LATE:
+        for image in BEFORE, AFTER:
             with mounted(image):
-                problem = wrong(operation, returned)
+                # The number of calls that wait for the tool varies: not every run meets its end.
+                problem = wrong(operation, returned or end.returncode == 0)
             numbers["cuts"] += 1
-            numbers["failures"] += problem is not None
             if problem:
-                print(f"{system} {operation}: {call} {number} {image.name}: {problem}", flush=True)
-    print(f"{system} {operation}:", *(f"{n} {what}" for what, n in numbers.items()), flush=True)
+                numbers["failures"] += 1
+                print(f"{title}, {image.name} the commit at {call} {number}: {problem}")
+    print(f"{title}:", ", ".join(f"{n} {what}" for what, n in numbers.items()), flush=True)
     return numbers["failures"]
-
-
-def nothing(*_):
-    """A hook, so that neither bus nor journal is needed."""
 
 
 def main():
     os.environ.update(HOME=f"{VOLUME}/tmp", TMPDIR=f"{VOLUME}/tmp", PYTHONDONTWRITEBYTECODE="1")
     larkspur.use_hooks(log=nothing, change=nothing, event=nothing)
-    failures = 0
+    run("mount", "-t", "tmpfs", "power", WORK)
     try:
-        run("mount", "-t", "tmpfs", "power", WORK)
         VOLUME.mkdir()
-        for system in sys.argv[1:]:
-            for operation in OPERATIONS:
-                failures += sweep(system, operation)
-        run("umount", WORK)
+        failures = sum(sweep(*case) for case in itertools.product(sys.argv[1:], OPERATIONS))
     finally:
+        run("umount", WORK)
         WORK.rmdir()
     sys.exit(failures > 0)
 

@@ -31,11 +31,12 @@ class ScopedPlatform {
 /// call's failure; a `std::system_error` becomes the negative answer of a call that answers.
 using CallHook = std::function<void(const char* call)>;
 
-/// Makes the call of that name fail, the `nth` time (0: every time), with the number `code`.
+/// Makes the call of that name fail, the `nth` time (0: every time), with the number `code`. The
+/// thread's `errno` is another: what is logged must come from the failure itself.
 inline CallHook failOn(std::string call, int code, int nth = 1) {
   return [=, count = std::make_shared<int>(0)](const char* name) {
     if (call != name || (++*count != nth && nth != 0)) return;
-    errno = code;
+    errno = ENOTTY;
     throw std::system_error(code, std::generic_category(), call);
   };
 }
@@ -160,8 +161,8 @@ struct ForwardingNotificationCenter : Forwarding<NotificationCenter> {
 };
 
 /// Puts a wrapper around one seam of the current platform.
-template <typename Wrapper, typename Seam>
-void wrap(std::shared_ptr<Seam> Platform::*seam, CallHook before = {}) {
+template <typename Wrapper>
+void wrap(auto seam, CallHook before = {}) {
   auto& current = currentPlatform().*seam;
   current = std::make_shared<Wrapper>(current, std::move(before));
 }
