@@ -1,5 +1,5 @@
 // SPDX-License-Identifier: Apache-2.0
-// The C interface: what each call reports, and that nothing else comes out of it.
+// The C interface: what each call reports, and that no exception escapes.
 #include <larkspur/larkspur_c.h>
 #include <sys/stat.h>
 #include <sys/xattr.h>
@@ -11,7 +11,7 @@ namespace larkspur::test {
 
 class CInterfaceTest : public RecordedTest {
  protected:
-  // Code, number, message and detail, with the test's directory as "$".
+  // Error code, errno, message and detail, with the test's directory as "$".
   std::string said(int code) {
     EXPECT_EQ(code, error.code);
     return std::to_string(code) + " " + std::to_string(error.system_errno) + " " +
@@ -116,7 +116,7 @@ TEST_F(CInterfaceTest, Roots) {
   EXPECT_EQ(said(open(directory() / "a/é", &other)), "0 0  | ");
   ::umask(mask);
   EXPECT_EQ(snapshot(directory())["a"] + snapshot(directory())["a/é"], "d755d755");
-  // Both are in use at once, each with its own root.
+  // Two stores, each with its own root.
   EXPECT_EQ(larkspur_install(store, &options, nullptr), LARKSPUR_OK);
   options.version = "v2";
   EXPECT_EQ(larkspur_install(other, &options, nullptr), LARKSPUR_OK);
@@ -138,7 +138,7 @@ TEST_F(CInterfaceTest, EveryCode) {
   EXPECT_EQ(said(larkspur_find(store, "v1", &type, &error)),
             "2 0 Managed service not found for v1 | ");
   EXPECT_EQ(type, nullptr);
-  options.size += 100;  // as a later version of the struct
+  options.size += 100;  // like a later version of the struct
   EXPECT_EQ(said(larkspur_install(store, &options, &error)), "0 0  | " + scan);
   EXPECT_EQ(said(larkspur_find(store, "v1", &type, &error)).substr(0, 4), "0 0 ");
   EXPECT_STREQ(type, "com.example.vpn");
@@ -172,7 +172,7 @@ TEST_F(CInterfaceTest, EveryCode) {
   EXPECT_EQ(failing("replaceItem", full).substr(0, 4), "7 0 ");
   EXPECT_EQ(failing("fileSize", full).substr(0, 5), "34 28");
   EXPECT_EQ(failing("fileSize", std::bad_alloc()),
-            "35 0 out of memory | " + scan + "\n" + scan);  // of the sweep and of the count
+            "35 0 out of memory | " + scan + "\n" + scan);  // once for renames, once for the count
   EXPECT_EQ(failing("enumerate", full).substr(0, 4), "8 0 ");
   allowScratchDirectories(scratchDirectories());
   EXPECT_EQ(larkspur_delete(store, "v1", nullptr), LARKSPUR_OK);
@@ -200,7 +200,7 @@ TEST_F(CInterfaceTest, ListsEveryService) {
   EXPECT_TRUE(types == "ab" || types == "ba") << types;
 }
 
-TEST_F(CInterfaceTest, DetailIsCutAtACharacter) {
+TEST_F(CInterfaceTest, DetailIsNotCutInsideACharacter) {
   std::string path = directory();
   for (int parts = 0; parts < 5; ++parts) {
     path += "/";
@@ -211,7 +211,7 @@ TEST_F(CInterfaceTest, DetailIsCutAtACharacter) {
     EXPECT_GE(std::string(error.detail).size(), sizeof error.detail - 2);
     EXPECT_TRUE(isUTF8(error.detail));
   }
-  // The latest lines stay.
+  // The latest lines are kept.
   for (int entry = 10; entry < 30; ++entry)
     std::filesystem::create_directory(root() / std::to_string(entry));
   EXPECT_EQ(larkspur_install(store, &options, &error), LARKSPUR_OK);
@@ -235,7 +235,7 @@ struct Heard {
   }
 };
 
-TEST_F(CInterfaceTest, HooksHearWhatHappens) {
+TEST_F(CInterfaceTest, HooksAreCalled) {
   close();
   Heard heard;
   larkspur_hooks hooks{sizeof hooks, &heard, Heard::log, Heard::change, Heard::event, 0};

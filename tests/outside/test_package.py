@@ -18,7 +18,7 @@ import larkspur
 from larkspur import LogLevel, Service, Store
 from support import CHANGED, VPN, Listener, OutsideTest, link, main, record, snapshot
 
-BAD = b"this is no archive"
+BAD = b"not an archive"
 
 
 class PackageTest(OutsideTest):

@@ -1,5 +1,5 @@
 // SPDX-License-Identifier: Apache-2.0
-// Zip archives down to the byte, good ones and such as no tool would make.
+// Builds zip archives byte by byte, also malformed ones.
 #pragma once
 
 #include <sys/stat.h>
@@ -30,10 +30,10 @@ inline ZipEntry zipLink(std::string name, std::string target) {
   return {name, target, S_IFLNK | 0777, {}, 0, 0, ""};
 }
 
-/// An archive with those entries, as made on Unix.
+/// An archive with these entries, as if made on Unix.
 std::string zipBytes(const std::vector<ZipEntry>& entries);
 
-/// Writes the file, in place of any earlier one.
+/// Writes or overwrites the file.
 FileURL writeFile(const std::string& path, const std::string& bytes);
 
 }  // namespace larkspur::test

@@ -1,5 +1,5 @@
 // SPDX-License-Identifier: Apache-2.0
-// A real message bus for the test process alone.
+// A real message bus for the test process.
 #include "support/private_bus.h"
 
 #include <signal.h>
@@ -16,7 +16,7 @@
 namespace larkspur::test {
 namespace {
 
-// What a stock system bus lets a connection without a name do: broadcast, and talk to the bus.
+// The rules of a stock system bus for unnamed connections: broadcast, and talk to the bus.
 constexpr const char* kPolicy = R"(</listen><auth>EXTERNAL</auth><policy context="default">
   <allow user="*"/><deny own="*"/><deny send_type="method_call"/><allow send_type="signal"/>
   <allow send_requested_reply="true" send_type="method_return"/>
@@ -33,7 +33,7 @@ int heard(sd_bus_message* message, void* names, sd_bus_error*) {
 
 }  // namespace
 
-// Never destroyed: a child that exits must not end the bus of its parent.
+// Never destroyed: a child that exits must not stop its parent's bus.
 PrivateBus& PrivateBus::shared() {
   static PrivateBus& bus = *new PrivateBus;
   return bus;

@@ -19,7 +19,7 @@ namespace {
 
 constexpr int kNotPossible = 77;
 
-// A fresh file system over each place where a journal keeps sockets or files.
+// Mounts an empty file system over each place where a journal keeps sockets or files.
 bool coverJournal() {
   if (::unshare(CLONE_NEWNS) != 0 ||
       ::mount("none", "/", "none", MS_REC | MS_PRIVATE, nullptr) != 0)
@@ -33,7 +33,7 @@ bool coverJournal() {
   return true;
 }
 
-// It dies with the process that runs the body.
+// The journal ends with the process that runs the body.
 bool startJournal() {
   const pid_t journal = ::fork();
   if (journal == 0) {

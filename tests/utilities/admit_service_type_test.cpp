@@ -24,7 +24,7 @@ struct InternalBuild : SystemVariant {
   bool internal = false;
 };
 
-TEST_F(RecordedTest, TheOverrideIsEvaluatedOnEveryCall) {
+TEST_F(RecordedTest, OverrideIsReadOnEveryCall) {
   const auto build = std::make_shared<InternalBuild>();
   currentPlatform().systemVariant = build;
   useUserDefaults(nullptr);  // The system's own.

@@ -29,7 +29,7 @@ struct EndlessFiles : ForwardingFileManager {
   }
 };
 
-TEST_F(RecordedTest, ASizeThatOverflowsStopsTheProcess) {
+TEST_F(RecordedTest, OverflowingSizeStopsTheProcess) {
   wrap<EndlessFiles>(&Platform::fileManager);
   EXPECT_EXIT(Utilities().analyticsPayload("", FileURL("/"), 0, true),
               ::testing::KilledBySignal(SIGABRT), "");

@@ -11,7 +11,7 @@ struct StrangeFileManager : ForwardingFileManager {
   static inline std::optional<FileURL> given;
 };
 
-TEST_F(RecordedTest, WhatIsNoScratchDirectoryIsRefused) {
+TEST_F(RecordedTest, MissingScratchDirectoryIsRefused) {
   wrap<StrangeFileManager>(&Platform::fileManager);
   const auto create = [] { Utilities().createTemporaryDirectory(); };
   EXPECT_EQ(report(create),

@@ -22,7 +22,7 @@ TEST_F(RecordedTest, ModesOfATree) {
   EXPECT_EQ(std::filesystem::status(root() / "pipe").permissions(), std::filesystem::perms{0444});
 }
 
-TEST_F(RecordedTest, LinksAndNothing) {
+TEST_F(RecordedTest, LinksAndMissingDirectories) {
   EXPECT_EQ(report([] { Utilities().enumerateFiles(FileURL("/missing")); }, kEverything),
             "done | info Utilities: Enumerated files: []");
   std::filesystem::create_directory(root() / "a");

@@ -16,7 +16,7 @@ struct ScriptedLauncher : ForwardingTaskLauncher {
   static inline std::string asked, script;
 };
 
-TEST_F(RecordedTest, TheErrorTextDecides) {
+TEST_F(RecordedTest, ErrorOutputDecides) {
   std::string calls;
   wrap<ScriptedLauncher>(&Platform::taskLauncher, [&](const char* call) { calls += call; });
   for (const auto& row : table(2, R"(

@@ -1,5 +1,5 @@
 // SPDX-License-Identifier: Apache-2.0
-// Real children that talk much, end oddly or do not end, in hosts that are set up oddly.
+// Real child processes, in hosts with unusual settings.
 #include "platform/linux/system_platform.h"
 
 #include <fcntl.h>
@@ -41,7 +41,7 @@ struct ChildProcessTest : LarkspurTest {
     return {std::move(output), task->readStandardErrorToEnd()};
   }
   static Said shell(const std::string& script) { return run("/bin/sh", {"-c", script}); }
-  // The status of a process that exits with what `body` returns.
+  // The status of a process that exits with the result of `body`.
   static int forked(const std::function<int()>& body) {
     const pid_t child = ::fork();
     if (child == 0) ::_exit(body());
@@ -55,7 +55,7 @@ struct ChildProcessTest : LarkspurTest {
   }
 };
 
-TEST_F(ChildProcessTest, EverythingSaidIsRead) {
+TEST_F(ChildProcessTest, AllOutputIsRead) {
   const std::pair<const char*, std::pair<std::size_t, std::size_t>> kCases[] = {
       {"head -c 300000 /dev/zero >&2; echo done", {5, 300'000}},
       {"head -c 5000000 /dev/zero >&2; head -c 5000000 /dev/zero", {5'000'000, 5'000'000}},
@@ -68,7 +68,7 @@ TEST_F(ChildProcessTest, EverythingSaidIsRead) {
   }
 }
 
-TEST_F(ChildProcessTest, AFailedLaunchLeavesItsNumberAndNothingElse) {
+TEST_F(ChildProcessTest, FailedLaunchSetsErrnoAndLeaksNothing) {
   using Case = std::tuple<std::string, std::string, int>;
   for (const auto& [tool, argument, code] :
        {Case{"/no/such/tool", "", ENOENT}, Case{"/etc/passwd", "", EACCES},
@@ -88,11 +88,11 @@ TEST_F(ChildProcessTest, OnlyTheChildIsWaitedFor) {
   linuxos::makeTaskLauncher()->launch(FileURL("/bin/sleep"), {"3"}, FileURL("/")).reset();
   EXPECT_LT(std::chrono::steady_clock::now() - start, 3s);
   std::this_thread::sleep_for(3500ms);
-  EXPECT_EQ(shell("echo next").first, "next\n");  // and nobody is left
+  EXPECT_EQ(shell("echo next").first, "next\n");  // and no child is left
 }
 
-// Every host says the same to its child, and has no child left.
-TEST_F(ChildProcessTest, NothingOfTheHostMatters) {
+// Each host gets the same output from its child, and has no child left.
+TEST_F(ChildProcessTest, HostSettingsDoNotReachTheChild) {
   static constexpr sigset_t kAllSignals = {{~0UL}};
   const std::pair<const char*, std::function<void()>> kHosts[] = {
       {"no standard streams", [] { ::close_range(0, 2, 0); }},
@@ -124,7 +124,7 @@ TEST_F(ChildProcessTest, NothingOfTheHostMatters) {
   }
 }
 
-TEST_F(ChildProcessTest, WithoutDescriptorsALaunchFailsOrWorks) {
+TEST_F(ChildProcessTest, LaunchNeedsFewDescriptors) {
   rlimit usual;
   ::getrlimit(RLIMIT_NOFILE, &usual);
   const auto lowest = static_cast<rlim_t>(::dup(0));
@@ -139,10 +139,10 @@ TEST_F(ChildProcessTest, WithoutDescriptorsALaunchFailsOrWorks) {
     }
     ::setrlimit(RLIMIT_NOFILE, &usual);
   }
-  EXPECT_EQ(worked, 3);  // with four for the pipes; the one for the child it can do without
+  EXPECT_EQ(worked, 3);  // four for the pipes; it can do without a pidfd
 }
 
-TEST_F(ChildProcessTest, AThreadNeedsLittleStack) {
+TEST_F(ChildProcessTest, SmallStackIsEnough) {
   std::thread([] {}).join();  // The first thread makes the C library handle a signal.
   startCounting();
   pthread_attr_t little;
@@ -158,7 +158,7 @@ TEST_F(ChildProcessTest, AThreadNeedsLittleStack) {
   ::pthread_attr_destroy(&little);
 }
 
-TEST_F(ChildProcessTest, OnlyItsDirectoryIsChanged) {
+TEST_F(ChildProcessTest, ChildWritesOnlyBelowItsDirectory) {
   const long version = landlockVersion();
   if (version < 1) GTEST_SKIP() << "no Landlock here";
   const fs::path scratch = directory() / "deep/scratch", service = root() / "service";
