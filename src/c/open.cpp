@@ -42,7 +42,7 @@ std::unique_ptr<larkspur_store> openStore(const char* root) {
   if (!store->framework->isDarwinNotifCenterSuccess())
     throw Refusal{LARKSPUR_NOT_READY, "the system", " has no notification center"};
   if (!store->framework->isDefaultPathExists())
-    throw Refusal{LARKSPUR_NOT_READY, "root", " vanished while it was opened"};
+    throw Refusal{LARKSPUR_NOT_READY, "root", " disappeared while it was opened"};
   ++ProcessLock::openStores();
   return store;
 }

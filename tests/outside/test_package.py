@@ -209,16 +209,16 @@ class ToolTest(OutsideTest):
         missing = "contentType, declarationIdentifierKey, declarationVersionKey, hashSHA256"
         expected = f"""\
 ._saved/f: saved copy without a tree
-.larkspur-abcdef: left over from an install or a deletion that did not end
+.larkspur-abcdef: left over from an interrupted install or deletion
 a: tree without a record: No data available
 b: record without {missing}
 c/d: mode 0700, not 0755
 c/settings: mode 4644, not 0444
 d/link: link
-d/pipe: no file and no directory
+d/pipe: neither a file nor a directory
 ._saved/e: saved copy missing
-g: record is no JSON
-h: no directory
+g: record is not JSON
+h: not a directory
 """
         lines = (f"{root}/{line}" for line in expected.splitlines(keepends=True))
         self.expect(1, "".join(lines), str(root), "verify")
