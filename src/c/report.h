@@ -2,7 +2,6 @@
 // Turns the outcome of a C++ operation into a return code and the error lines it logged.
 #pragma once
 
-#include <exception>
 #include <string_view>
 
 #include <larkspur/larkspur_c.h>
