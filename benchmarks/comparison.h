@@ -22,8 +22,8 @@ Spread spreadOf(std::vector<double> values);
 struct Contender {
   std::string name;
   std::function<void()> run;
-  std::function<void()> prepare = [] {};  ///< Before each run, outside the time.
-  std::function<void()> tidyUp = [] {};   ///< After each run, outside the time.
+  std::function<void()> prepare = [] {};  ///< Before each run, not measured.
+  std::function<void()> tidyUp = [] {};   ///< After each run, not measured.
 };
 
 class Comparison {

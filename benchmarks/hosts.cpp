@@ -20,7 +20,7 @@
 namespace larkspur::bench {
 namespace {
 
-/// A process that holds memory and runs an action whenever it is told to.
+/// A process that holds memory and runs an action on request.
 class Host {
  public:
   Host(std::size_t bytes, const std::function<void()>& run) {

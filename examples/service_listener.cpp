@@ -198,7 +198,7 @@ void follow(const std::string& root, const std::string& serviceType, int limit, 
     const int before = changes;
     waitForChange(bus.get(), changes, deadline);
     if (changes == before) return;
-    // The signal says that something changed; what is there now, only the tree says.
+    // The signal only announces a change; read the tree for the result.
     const std::string lines = read(path);
     std::cout << "change " << changes << " of " << serviceType << '\n' << lines << std::flush;
   }

@@ -22,9 +22,9 @@ class PrivateBus {
   const std::string& address() const { return address_; }
   /// Breaks every connection; the address stays. `policy` extends that of a stock bus.
   void restart(const std::string& policy = "");
-  void stop();    ///< Nobody listens any more; `restart` brings it back.
-  void freeze();  ///< It accepts connections and answers nothing.
-  void thaw();    ///< It goes on where it was frozen.
+  void stop();    ///< Stops the daemon until `restart`.
+  void freeze();  ///< The daemon accepts connections but does not answer.
+  void thaw();    ///< The daemon continues.
 
  private:
   PrivateBus();

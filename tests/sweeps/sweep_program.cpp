@@ -1,5 +1,5 @@
 // SPDX-License-Identifier: Apache-2.0
-// One operation on a managed root in a process of its own, for sweeps that break it from outside:
+// Runs one operation on a managed root, for sweeps that break it from outside:
 //   larkspur_sweep_program ROOT VERSION            deletes the service of that version
 //   larkspur_sweep_program ROOT VERSION ARCHIVE    installs it
 // Prints what was posted and the outcome.

@@ -1,5 +1,5 @@
 // SPDX-License-Identifier: Apache-2.0
-// Names of changes and figures of events.
+// Names of notifications and payloads of events.
 #include <limits>
 
 #include "support/store_fixture.h"

@@ -1,5 +1,5 @@
 // SPDX-License-Identifier: Apache-2.0
-// The refusals of scratch directories that only a strange platform gives.
+// Scratch directories that the platform reports wrongly are refused.
 #include "support/store_fixture.h"
 #include "utilities/utilities.h"
 

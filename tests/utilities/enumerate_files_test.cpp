@@ -1,5 +1,5 @@
 // SPDX-License-Identifier: Apache-2.0
-// The permission pass and the link check over trees of every sort.
+// Modes and the link check over different trees.
 #include "support/store_fixture.h"
 #include "utilities/utilities.h"
 

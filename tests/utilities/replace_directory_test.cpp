@@ -1,5 +1,5 @@
 // SPDX-License-Identifier: Apache-2.0
-// Copies that find something in their place, and locations out of paths.
+// Copies to an existing path, and URLs of paths.
 #include "support/store_fixture.h"
 #include "utilities/utilities.h"
 

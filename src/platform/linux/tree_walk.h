@@ -75,8 +75,8 @@ class WalkVisitor {
   virtual void leave(const WalkEntry& /*entry*/) {}
   /// A directory that could not be opened, with the reason in `errno`; fails unless overridden.
   virtual void unopened(const WalkEntry& entry);
-  /// A directory whose names could not all be read; fails unless overridden. The walk goes on with
-  /// those that could.
+  /// A directory that could not be listed completely; fails unless overridden. The walk continues
+  /// with the names it has.
   virtual void unlisted(const std::string& directory);
 };
 

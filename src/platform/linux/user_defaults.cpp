@@ -14,7 +14,7 @@
 namespace larkspur::linuxos {
 namespace {
 
-/// The variable, or an empty string if it is no absolute path or the process is privileged.
+/// The variable, or an empty string if it is not an absolute path or the process is privileged.
 std::string directoryFromEnvironment(const char* name) {
   const char* value = ::secure_getenv(name);
   return value != nullptr && *value == '/' ? value : "";
