@@ -12,7 +12,7 @@ namespace larkspur::test {
 class CInterfaceTest : public RecordedTest {
  protected:
   // Error code, errno, message and detail, with the test's directory as "$".
-  std::string said(int code) {
+  std::string resultOf(int code) {
     EXPECT_EQ(code, error.code);
     return std::to_string(code) + " " + std::to_string(error.system_errno) + " " +
            shortened(error.message) + " | " + shortened(error.detail);
@@ -59,7 +59,7 @@ TEST_F(CInterfaceTest, BadArguments) {
   };
   using Options = larkspur_install_options;
   const auto expect = [&](int code, const char* message) {
-    EXPECT_EQ(said(code), "32 0 " + std::string(message) + " | ");
+    EXPECT_EQ(resultOf(code), "32 0 " + std::string(message) + " | ");
   };
   expect(larkspur_open(nullptr, &none, &error), "root is NULL");
   EXPECT_EQ(none, nullptr);
@@ -102,10 +102,10 @@ TEST_F(CInterfaceTest, BadArguments) {
 
 TEST_F(CInterfaceTest, Roots) {
   larkspur_store* other = nullptr;
-  EXPECT_EQ(said(open("a/b", &other)), "32 0 root is not an absolute path | ");
-  EXPECT_EQ(said(open("", &other)), "32 0 root is not an absolute path | ");
-  EXPECT_EQ(said(open("/\xFF", &other)), "32 0 root is not UTF-8 | ");
-  EXPECT_EQ(said(open(archive, &other)),
+  EXPECT_EQ(resultOf(open("a/b", &other)), "32 0 root is not an absolute path | ");
+  EXPECT_EQ(resultOf(open("", &other)), "32 0 root is not an absolute path | ");
+  EXPECT_EQ(resultOf(open("/\xFF", &other)), "32 0 root is not UTF-8 | ");
+  EXPECT_EQ(resultOf(open(archive, &other)),
             "34 17 filesystem error: cannot create directory: File exists [$/good.zip] | ");
   EXPECT_EQ(open("/proc/none", &other), LARKSPUR_SYSTEM_ERROR);
   EXPECT_EQ(open("/" + std::string(256, 'a'), &other), LARKSPUR_SYSTEM_ERROR);
@@ -113,7 +113,7 @@ TEST_F(CInterfaceTest, Roots) {
   EXPECT_EQ(other, nullptr);
 
   const mode_t mask = ::umask(077);
-  EXPECT_EQ(said(open(directory() / "a/é", &other)), "0 0  | ");
+  EXPECT_EQ(resultOf(open(directory() / "a/é", &other)), "0 0  | ");
   ::umask(mask);
   EXPECT_EQ(snapshot(directory())["a"] + snapshot(directory())["a/é"], "d755d755");
   // Two stores, each with its own root.
@@ -125,7 +125,7 @@ TEST_F(CInterfaceTest, Roots) {
   larkspur_close(other);
 
   wrap<ForwardingNotificationCenter>(&Platform::notificationCenter, failOn("open", ENOENT));
-  EXPECT_EQ(said(open(root(), &other)),
+  EXPECT_EQ(resultOf(open(root(), &other)),
             "33 0 the system has no notification center | Failed getting darwin notification "
             "center. errno: 2");
   EXPECT_EQ(other, nullptr);
@@ -135,38 +135,38 @@ TEST_F(CInterfaceTest, EveryCode) {
   const std::string saved = "Getting system state for $/root/._saved failed with error: ";
   const std::string scan = saved + "Internal Error";
   char* type = nullptr;
-  EXPECT_EQ(said(larkspur_find(store, "v1", &type, &error)),
+  EXPECT_EQ(resultOf(larkspur_find(store, "v1", &type, &error)),
             "2 0 Managed service not found for v1 | ");
   EXPECT_EQ(type, nullptr);
   options.size += 100;  // like a later version of the struct
-  EXPECT_EQ(said(larkspur_install(store, &options, &error)), "0 0  | " + scan);
-  EXPECT_EQ(said(larkspur_find(store, "v1", &type, &error)).substr(0, 4), "0 0 ");
+  EXPECT_EQ(resultOf(larkspur_install(store, &options, &error)), "0 0  | " + scan);
+  EXPECT_EQ(resultOf(larkspur_find(store, "v1", &type, &error)).substr(0, 4), "0 0 ");
   EXPECT_STREQ(type, "com.example.vpn");
   larkspur_free(type);
 
   const auto install = [&](auto member, auto value) {
     larkspur_install_options changed = options;
     changed.*member = value;
-    return said(larkspur_install(store, &changed, &error));
+    return resultOf(larkspur_install(store, &changed, &error));
   };
   using Options = larkspur_install_options;
   EXPECT_EQ(install(&Options::content_type, "text/plain").substr(0, 4), "1 0 ");
   EXPECT_EQ(install(&Options::identifier, "d2").substr(0, 4), "3 0 ");
   EXPECT_EQ(install(&Options::service_type, "com.corvid.none").substr(0, 4), "5 0 ");
   const std::string link = writeFile(directory() / "l.zip", zipBytes({zipLink("a", "b")})).path();
-  EXPECT_EQ(said(larkspur_check_archive(store, link.c_str(), &error)).substr(0, 4), "6 0 ");
+  EXPECT_EQ(resultOf(larkspur_check_archive(store, link.c_str(), &error)).substr(0, 4), "6 0 ");
   EXPECT_NE(install(&Options::archive, "/missing.zip").find(scan + "\nunzip configuration file"),
             std::string::npos);
   EXPECT_EQ(error.code, LARKSPUR_UNZIP_FAILED);
   allowScratchDirectories(1);
-  EXPECT_EQ(said(larkspur_delete(store, "v1", &error)).substr(0, 4), "2 0 ");
+  EXPECT_EQ(resultOf(larkspur_delete(store, "v1", &error)).substr(0, 4), "2 0 ");
 
   const auto failing = [&](const char* call, const auto& failure) {
     const ScopedPlatform scope;
     hookEverySeam([&](const char* name) {
       if (std::string(call) == name) throw failure;
     });
-    return said(larkspur_install(store, &options, &error));
+    return resultOf(larkspur_install(store, &options, &error));
   };
   const std::system_error full(ENOSPC, std::generic_category(), "write");
   EXPECT_EQ(failing("replaceItem", full).substr(0, 4), "7 0 ");
@@ -180,7 +180,7 @@ TEST_F(CInterfaceTest, EveryCode) {
 
 TEST_F(CInterfaceTest, ListsEveryService) {
   larkspur_service** list = nullptr;
-  ASSERT_EQ(said(larkspur_services(store, &list, &error)), "0 0  | ");
+  ASSERT_EQ(resultOf(larkspur_services(store, &list, &error)), "0 0  | ");
   EXPECT_EQ(list[0], nullptr);
   larkspur_free_services(list);
   const std::string record = R"({"declarationVersionKey":"1","contentType":"a\u0000b"})";
@@ -221,37 +221,37 @@ TEST_F(CInterfaceTest, DetailIsNotCutInsideACharacter) {
       R"((Getting system state for \$/root/\S+ failed with error: Internal Error(\n|$))+)"));
 }
 
-struct Heard {
+struct Calls {
   std::string lines;
-  static void log(void* heard, int level, const char* category, const char*) {
-    static_cast<Heard*>(heard)->lines += std::to_string(level) + category + " ";
+  static void log(void* calls, int level, const char* category, const char*) {
+    static_cast<Calls*>(calls)->lines += std::to_string(level) + category + " ";
   }
-  static void change(void* heard, const char* name) {
-    static_cast<Heard*>(heard)->lines += std::string(name) + " ";
+  static void change(void* calls, const char* name) {
+    static_cast<Calls*>(calls)->lines += std::string(name) + " ";
   }
-  static void event(void* heard, const char* type, int enabled, long long size, long long count) {
-    static_cast<Heard*>(heard)->lines += std::string(type) + " " + std::to_string(enabled) + " " +
+  static void event(void* calls, const char* type, int enabled, long long size, long long count) {
+    static_cast<Calls*>(calls)->lines += std::string(type) + " " + std::to_string(enabled) + " " +
                                          std::to_string(size) + " " + std::to_string(count) + " ";
   }
 };
 
 TEST_F(CInterfaceTest, HooksAreCalled) {
   close();
-  Heard heard;
-  larkspur_hooks hooks{sizeof hooks, &heard, Heard::log, Heard::change, Heard::event, 0};
+  Calls calls;
+  larkspur_hooks hooks{sizeof hooks, &calls, Calls::log, Calls::change, Calls::event, 0};
   ASSERT_EQ(larkspur_use_hooks(&hooks, &error), LARKSPUR_OK);
   ASSERT_EQ(open(root(), &store), LARKSPUR_OK);
   EXPECT_EQ(larkspur_install(store, &options, &error), LARKSPUR_OK);
-  EXPECT_EQ(heard.lines, "kLarkspurChanged_com.example.vpn 0GetPersistedData Other 1 120 1 ");
+  EXPECT_EQ(calls.lines, "kLarkspurChanged_com.example.vpn 0GetPersistedData Other 1 120 1 ");
   EXPECT_NE(error.detail[0], '\0');
   close();
 
-  hooks = {sizeof hooks, &heard, Heard::log, nullptr, nullptr, LARKSPUR_LOG_INFO};
-  heard.lines.clear();
+  hooks = {sizeof hooks, &calls, Calls::log, nullptr, nullptr, LARKSPUR_LOG_INFO};
+  calls.lines.clear();
   ASSERT_EQ(larkspur_use_hooks(&hooks, &error), LARKSPUR_OK);
   wrap<ForwardingNotificationCenter>(&Platform::notificationCenter, failOn("open", ENOENT));
   EXPECT_EQ(open(root(), &store), LARKSPUR_NOT_READY);
-  EXPECT_EQ(heard.lines, "0Framework ");
+  EXPECT_EQ(calls.lines, "0Framework ");
 }
 
 }  // namespace larkspur::test

@@ -81,7 +81,7 @@ class Listener:
         self._names = []
         self._systemd = ctypes.CDLL("libsystemd.so.0")
         handler = ctypes.CFUNCTYPE(ctypes.c_int, *[ctypes.c_void_p] * 3)
-        self._heard = handler(self._hear)
+        self._handler = handler(self._receive)
         self._bus = ctypes.c_void_p()
         path = b"/com/corvid/Larkspur1"
         for function, *arguments in (
@@ -90,12 +90,12 @@ class Listener:
             ("sd_bus_set_bus_client", self._bus, 1),
             ("sd_bus_start", self._bus),
             ("sd_bus_match_signal", self._bus, None, None, path, path[1:].replace(b"/", b"."),
-             b"Changed", self._heard, None),
+             b"Changed", self._handler, None),
         ):  # fmt: skip
             if getattr(self._systemd, function)(*arguments) < 0:
                 raise RuntimeError(f"{function} failed")
 
-    def _hear(self, message, _data, _error):
+    def _receive(self, message, _data, _error):
         name = ctypes.c_char_p()
         self._systemd.sd_bus_message_read(ctypes.c_void_p(message), b"s", ctypes.byref(name))
         self._names.append(name.value.decode(errors="surrogateescape"))

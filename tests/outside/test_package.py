@@ -104,20 +104,20 @@ class PackageTest(OutsideTest):
         self.assertEqual(os.listdir(root / "._saved" / VPN), [odd.name])
 
     def test_hooks(self):
-        heard = []
+        calls = []
         larkspur.use_hooks(
-            log=lambda level, category, text: heard.append((level, category, text.split(":")[0])),
-            change=lambda name: heard.append(name),
-            event=lambda *event: heard.append(event),
+            log=lambda level, category, text: calls.append((level, category, text.split(":")[0])),
+            change=lambda name: calls.append(name),
+            event=lambda *event: calls.append(event),
             log_level=LogLevel.INFO,
         )
         self.addCleanup(larkspur.use_hooks)
         gc.collect()
         self.install()
-        self.assertIn(CHANGED + VPN, heard)
+        self.assertIn(CHANGED + VPN, calls)
         size = (len(self.archive().read_bytes()) + 5) // 10 * 10
-        self.assertIn(("Other", True, size, 1), heard)
-        self.assertIn((LogLevel.INFO, "PersistData", "Serializing"), heard)
+        self.assertIn(("Other", True, size, 1), calls)
+        self.assertIn((LogLevel.INFO, "PersistData", "Serializing"), calls)
         raised = []
         larkspur.use_hooks(change=lambda name: 1 // 0)
         with unittest.mock.patch("sys.unraisablehook", lambda what: raised.append(what.exc_type)):

@@ -33,26 +33,27 @@ TEST_F(LarkspurTest, InstallAndDeleteWithTheRealPlatform) {
     EXPECT_EQ(listener.received(1), signal);
     EXPECT_EQ(snapshot(managed), (Tree{{"._saved", "d755"}}));
 
-    std::string said;
+    std::string lines;
     for (auto& entry : journalEntries()) {
       if (entry["LARKSPUR_CATEGORY"] == "Framework")
-        said += entry["LARKSPUR_SUBSYSTEM"] + entry["PRIORITY"] + " " + entry["MESSAGE"] + "; ";
+        lines += entry["LARKSPUR_SUBSYSTEM"] + entry["PRIORITY"] + " " + entry["MESSAGE"] + "; ";
       for (const char* field :
            {"EVENT", "SERVICE_TYPE", "ENABLED", "SIZE", "NUMBER_OF_MANAGED_SERVICES"})
-        if (!entry["LARKSPUR_EVENT"].empty()) said += entry[std::string("LARKSPUR_") + field] + " ";
+        if (!entry["LARKSPUR_EVENT"].empty())
+          lines += entry[std::string("LARKSPUR_") + field] + " ";
     }
     EXPECT_EQ(
-        said,
+        lines,
         "LarkspurFramework3 Larkspur directory " + managed +
             R"( does not exist. errno: 2; com.corvid.Larkspur com.corvid.shell 1 210 1 com.corvid.Larkspur com.corvid.shell 0 0 0 )");
   });
 }
 
 TEST_F(StoreTest, LogLinesInOrder) {
-  const auto expectLines = [](const std::string& said, const std::string& lines) {
+  const auto expectLines = [](const std::string& actual, const std::string& lines) {
     std::string expected = "done";
     for (const auto& line : table(1, lines)) expected += " | " + line[0];
-    EXPECT_EQ(said, expected);
+    EXPECT_EQ(actual, expected);
   };
   expectLines(report([&] { install("v1"); }, kEverything), R"(
 info Framework: Scanned items: []

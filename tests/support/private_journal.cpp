@@ -76,7 +76,7 @@ void withPrivateJournal(const std::function<void()>& body) {
   int status = 0;
   ::waitpid(child, &status, 0);
   if (WIFEXITED(status) && WEXITSTATUS(status) == kNotPossible)
-    GTEST_SKIP() << "a journal of its own needs root, mount namespaces and systemd-journald";
+    GTEST_SKIP() << "a private journal needs root, mount namespaces and systemd-journald";
   EXPECT_EQ(status, 0) << "see the failures above";
 }
 

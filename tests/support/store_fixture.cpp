@@ -113,8 +113,8 @@ void StoreTest::expectFailures(const std::string& rows, const std::function<void
     allowScratchDirectories(scratchDirectories() + std::stoi(row[3]));
     const ScopedPlatform scope;
     hookEverySeam(failOn(row[0], std::stoi(row[2]), std::stoi(row[1])));
-    const std::string said = report(operation);
-    EXPECT_EQ(state() + " | " + said, row[4]);
+    const std::string result = report(operation);
+    EXPECT_EQ(state() + " | " + result, row[4]);
     EXPECT_EQ(scratchDirectories(), allowedScratchDirectories());
   }
 }

@@ -33,14 +33,14 @@ using namespace std::chrono_literals;
 using namespace std::string_literals;
 
 struct ChildProcessTest : LarkspurTest {
-  using Said = std::pair<std::string, std::string>;
-  static Said run(const std::string& tool, const std::vector<std::string>& arguments,
-                  const FileURL& writable = FileURL("/")) {
+  using Output = std::pair<std::string, std::string>;
+  static Output run(const std::string& tool, const std::vector<std::string>& arguments,
+                    const FileURL& writable = FileURL("/")) {
     const auto task = linuxos::makeTaskLauncher()->launch(FileURL(tool), arguments, writable);
     std::string output = task->readStandardOutputToEnd();
     return {std::move(output), task->readStandardErrorToEnd()};
   }
-  static Said shell(const std::string& script) { return run("/bin/sh", {"-c", script}); }
+  static Output shell(const std::string& script) { return run("/bin/sh", {"-c", script}); }
   // The status of a process that exits with the result of `body`.
   static int forked(const std::function<int()>& body) {
     const pid_t child = ::fork();
@@ -63,8 +63,8 @@ TEST_F(ChildProcessTest, AllOutputIsRead) {
       {"exec >&-; sleep 0.1; echo late >&2", {0, 5}},
       {"echo cut; kill -9 $$", {4, 0}}};
   for (const auto& [script, sizes] : kCases) {
-    const Said said = shell(script);
-    EXPECT_EQ(std::pair(said.first.size(), said.second.size()), sizes) << script;
+    const Output output = shell(script);
+    EXPECT_EQ(std::pair(output.first.size(), output.second.size()), sizes) << script;
   }
 }
 
@@ -84,7 +84,7 @@ TEST_F(ChildProcessTest, FailedLaunchSetsErrnoAndLeaksNothing) {
 TEST_F(ChildProcessTest, OnlyTheChildIsWaitedFor) {
   const auto start = std::chrono::steady_clock::now();
   EXPECT_EQ(shell("sleep 9 & echo inherited").first, "inherited\n");
-  EXPECT_EQ(shell("exec >&- 2>&-; sleep 3"), Said());
+  EXPECT_EQ(shell("exec >&- 2>&-; sleep 3"), Output());
   linuxos::makeTaskLauncher()->launch(FileURL("/bin/sleep"), {"3"}, FileURL("/")).reset();
   EXPECT_LT(std::chrono::steady_clock::now() - start, 3s);
   std::this_thread::sleep_for(3500ms);
@@ -113,8 +113,9 @@ TEST_F(ChildProcessTest, HostSettingsDoNotReachTheChild) {
       ::dup2(::open("/dev/null", O_RDONLY), 0);
       ::setenv("TZ", "Etc/GMT+3", 1);
       setUp();
-      const Said expected{"01233\nown session\nPATH=/usr/bin:/bin\nLC_ALL=C.UTF-8\nTZ=Etc/GMT+3\n",
-                          "a  b  * \xc3\xbc$HOME\n"};
+      const Output expected{
+          "01233\nown session\nPATH=/usr/bin:/bin\nLC_ALL=C.UTF-8\nTZ=Etc/GMT+3\n",
+          "a  b  * \xc3\xbc$HOME\n"};
       for (int i = 0; i < 3; ++i)
         if (run("/bin/sh", {"-c", script, "sh", "a  b", "", "*", "\xc3\xbc$HOME"}) != expected)
           return 1;
@@ -207,7 +208,7 @@ TEST_F(ChildProcessTest, ChildWritesOnlyBelowItsDirectory) {
   EXPECT_EQ(
       attempt("head -c1 $1/file >/dev/null && mkdir -p a/b && echo x >a/b/f && ln a/b/f a/b/g "
               "&& : >a/b/g && mv a/b/g a/b/h && ln -s h a/b/l && mkfifo p && rm -r *"),
-      Said("done\n", ""));
+      Output("done\n", ""));
   EXPECT_EQ(snapshot(directory()), before);
 }
 
