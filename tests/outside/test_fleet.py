@@ -144,6 +144,7 @@ class FleetTest(OutsideTest):
     def play(self, expected, *options, others={}, playbook=None, **wanted):
         """Runs the playbook; expects (changed, failed) of each host but `others`."""
         wanted["ansible_remote_tmp"] = f"{self.directory}/remote"
+        wanted["ansible_python_interpreter"] = sys.executable
         inventory, file = self.directory / "inventory.json", self.directory / "play.yml"
         inventory.write_text(json.dumps({"all": {"hosts": self.hosts, "vars": wanted}}))
         file.write_text(playbook or self.playbook)
