@@ -1,6 +1,6 @@
 // SPDX-License-Identifier: Apache-2.0
-// Measures several ways of doing the same thing in turn, so that whatever else the machine does
-// meets all of them alike, and compares them round by round.
+// Measures several ways of doing the same thing in turn, so that other load on the machine affects
+// all of them alike, and compares them round by round.
 #pragma once
 
 #include <functional>
@@ -11,27 +11,27 @@
 
 namespace larkspur::bench {
 
-/// The median of a series, between its quartiles.
+/// The median of a series and its quartiles.
 struct Spread {
   double lower, median, upper;
 };
 
 Spread spreadOf(std::vector<double> values);
 
-/// One of the ways.
+/// One of the ways to compare.
 struct Contender {
   std::string name;
   std::function<void()> run;
-  std::function<void()> prepare = [] {};  ///< Before each run, outside the time.
-  std::function<void()> tidyUp = [] {};   ///< After each run, outside the time.
+  std::function<void()> prepare = [] {};  ///< Before each run, not measured.
+  std::function<void()> tidyUp = [] {};   ///< After each run, not measured.
 };
 
 class Comparison {
  public:
   explicit Comparison(std::vector<Contender> contenders) : contenders_(std::move(contenders)) {}
 
-  /// Runs each contender, in another order every time: what one leaves in the system's caches
-  /// must not always meet the same next one. Gives the seconds of the first named.
+  /// Runs each contender, in another order every time, so that none always profits from the caches
+  /// the same other one leaves. Returns the seconds of the first named.
   double round();
 
   const std::vector<Contender>& contenders() const { return contenders_; }
@@ -49,12 +49,12 @@ class Comparison {
 };
 
 /// Registers a measurement with Google Benchmark, which reports the first contender's time and
-/// every median. `start` makes the contenders, `judge` is called after the last round. What
-/// `start` throws skips the measurement and is its reason. `beQuick` shortens `rounds`.
+/// every median. `start` makes the contenders, `judge` is called after the last round. An exception
+/// from `start` skips the measurement and is shown as the reason. `beQuick` shortens `rounds`.
 void compare(const std::string& name, int rounds, std::function<std::vector<Contender>()> start,
              std::function<void(const Comparison&)> judge);
 
-/// Makes every comparison registered from now on a short one.
+/// Shortens every comparison registered from now on.
 void beQuick();
 
 }  // namespace larkspur::bench

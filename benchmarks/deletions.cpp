@@ -1,5 +1,5 @@
 // SPDX-License-Identifier: Apache-2.0
-// Deletions against the floor; what is deleted was installed and handed to the disk before.
+// Deletions compared with the floor; the deleted service was installed and flushed before.
 #include <string>
 
 #include "comparison.h"

@@ -1,5 +1,5 @@
 // SPDX-License-Identifier: Apache-2.0
-// What is measured upon: archives, and roots full of services, made on first use.
+// The archives, and roots full of services, that the measurements use; made on first use.
 #include "fixtures.h"
 
 #include <fcntl.h>
@@ -19,7 +19,8 @@ namespace {
 
 namespace fs = std::filesystem;
 
-// Bytes of an alphabet: of 16 they pack to about half, as settings do, of 200 hardly at all.
+// Random bytes: an alphabet of 16 compresses to about half, as settings do, one of 200 hardly at
+// all.
 std::string bytes(std::size_t length, unsigned alphabet) {
   static std::minstd_rand random(1);
   std::string text(length, '\0');

@@ -1,5 +1,5 @@
 // SPDX-License-Identifier: Apache-2.0
-// What is measured upon: archives, and roots full of services, made on first use.
+// The archives, and roots full of services, that the measurements use; made on first use.
 #pragma once
 
 #include <cstddef>
@@ -10,7 +10,7 @@
 
 namespace larkspur::bench {
 
-/// One archive and the keys it comes with.
+/// An archive and its keys.
 struct Delivery {
   std::string serviceType;
   std::string archive;
@@ -20,13 +20,13 @@ struct Delivery {
   std::string contentType = "application/zip";
 };
 
-/// The directory of the run. `HOME` and `TMPDIR` lie in it, so that a new tree can be exchanged
-/// with an old one. The volume is the run's own.
+/// The directory of the run, on its own volume. `HOME` and `TMPDIR` are in it, so that a new tree
+/// can be exchanged with an old one.
 class Area {
  public:
   static Area& current();
 
-  /// Works in `path`, an empty directory, and leaves there what it made.
+  /// Works in `path`, an empty directory, and leaves its files there.
   void use(const std::string& path);
 
   /// A delivery of one of these archives:
@@ -36,13 +36,13 @@ class Area {
   /// - "big": one file of 200 MB that hardly compresses.
   Delivery delivery(const std::string& name);
 
-  /// A root with that many services, each a directory and a record with a declaration of its own.
+  /// A root with that many services, each a directory with a record of another declaration.
   std::string root(std::size_t services);
 
-  /// A path in the area that nothing is at yet.
+  /// A new path in the area.
   std::string freshPath();
 
-  /// Hands everything to the disk, so that no measurement pays for what another has written.
+  /// Flushes everything, so that no measurement pays for the writes of another.
   void settle() const;
 
  private:
@@ -51,14 +51,14 @@ class Area {
   int fresh_ = 0;
 };
 
-/// The library on the root, told to send nothing anywhere; `post` and `sendEvent` do nothing.
+/// A framework whose `post` and `sendEvent` do nothing.
 std::unique_ptr<LarkspurFramework> quietFramework(const std::string& root);
 
-/// Puts log, notification center and analytics that do nothing in place, or back the system's own.
+/// Replaces log, notification center and analytics by ones that do nothing, or restores them.
 void useSinks();
 void useSystemServices();
 
-/// The one call of the library under most measurements.
+/// The library call behind most measurements.
 void install(LarkspurFramework& framework, const Delivery& delivery);
 
 }  // namespace larkspur::bench

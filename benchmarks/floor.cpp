@@ -31,7 +31,7 @@ struct Release {
 };
 using JSON = std::unique_ptr<json_t, Release>;
 
-// The record, by the two calls that its format prescribes.
+// Reads the record with the two calls that its format prescribes.
 bool readRecord(const std::string& directory, std::string& record) {
   const ssize_t length = ::getxattr(directory.c_str(), kAttribute, nullptr, 0);
   if (length < 0) return false;
@@ -53,7 +53,7 @@ bool exists(const std::string& path) {
   return ::stat(path.c_str(), &status) == 0;
 }
 
-// One behind the other, each with its final zero.
+// All names, each with its final zero.
 std::string namesIn(const std::string& directory) {
   DIR* const entries = ::opendir(directory.c_str());
   require(entries != nullptr, directory);
@@ -66,7 +66,7 @@ std::string namesIn(const std::string& directory) {
   return names;
 }
 
-// The whole listing comes first, as in the library, which hands it out.
+// Lists everything first, as the library does.
 template <typename Visit>
 void eachRecord(const std::string& root, Visit visit) {
   const std::string names = namesIn(root);
@@ -89,7 +89,7 @@ void eachValue(const std::string& root, const char* key, Visit visit) {
   });
 }
 
-// What the library reports as done survives a power cut, so the floor's work must too.
+// The library flushes, so the floor must too.
 void flushVolume(const std::string& path) {
   const int directory = ::open(path.c_str(), O_RDONLY | O_DIRECTORY | O_CLOEXEC);
   require(directory >= 0 && ::syncfs(directory) == 0, "syncfs");
@@ -155,7 +155,7 @@ void Floor::install(const Delivery& delivery) {
   require(exists(delivery.archive), delivery.archive);
 }
 
-// No fixture has a renamed service, so every entry is read and none removed.
+// No fixture has a renamed service: reads every record and removes none.
 void Floor::sweep(const Delivery& delivery) const {
   eachValue(root_, kIdentifierKey, [&](std::string_view name, const char* value) {
     require(value != delivery.identifier || name == delivery.serviceType, "one declaration each");

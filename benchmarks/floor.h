@@ -1,6 +1,6 @@
 // SPDX-License-Identifier: Apache-2.0
-// The yardstick of the library: the same steps as one sequence of raw system calls, without
-// seams, errors to tell apart, log, bus or analytics. What the system itself costs, written down.
+// The yardstick for the library: the same steps as one sequence of raw system calls, without
+// platform interfaces, error handling, log, bus or analytics.
 #pragma once
 
 #include <cstddef>
@@ -16,11 +16,11 @@ class Floor {
   /// Works on the same root as the library, in the same format.
   explicit Floor(std::string root) : root_(std::move(root)) {}
 
-  /// The steps of an install, each record parsed by Jansson: sweep, scratch directory, extraction,
-  /// walk and modes, flush, exchange, removal, record, saved copy, count.
+  /// An install, with each record parsed by Jansson: sweep, scratch directory, extraction, walk and
+  /// modes, flush, exchange, removal, record, saved copy, count.
   void install(const Delivery& delivery);
 
-  /// The steps of a deletion: lookup, removal of the tree and of the saved copy, count.
+  /// A deletion: lookup, removal of the tree and of the saved copy, count.
   void remove(const std::string& version);
 
  private:
@@ -34,11 +34,11 @@ class Floor {
   std::string root_;
 };
 
-/// The yardstick of a lookup: reads the directory, then each record by its two calls, up to the
-/// first that holds the version anywhere. Nothing is parsed.
+/// The yardstick for a lookup: reads the directory, then each record with two calls, up to the
+/// first that contains the version. Parses nothing.
 std::optional<std::string> rawLoop(const std::string& root, const std::string& version);
 
-/// Writes the record of a delivery onto the directory.
+/// Writes the record of a delivery to the directory.
 void writeRecord(const std::string& directory, const Delivery& delivery);
 
 }  // namespace larkspur::bench

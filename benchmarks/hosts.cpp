@@ -1,5 +1,5 @@
 // SPDX-License-Identifier: Apache-2.0
-// What depends on the host, and what the host pays in memory.
+// Costs that depend on the host, and the memory that the library needs.
 #include <malloc.h>
 #include <sys/mman.h>
 #include <sys/socket.h>
@@ -20,7 +20,7 @@
 namespace larkspur::bench {
 namespace {
 
-/// A process of its own that holds memory, and does one thing each time it is told to.
+/// A process that holds memory and runs an action on request.
 class Host {
  public:
   Host(std::size_t bytes, const std::function<void()>& run) {
@@ -52,7 +52,7 @@ class Host {
   }
 
  private:
-  // Page by page and in small pages, as a heap grows.
+  // In small pages, like a growing heap.
   static void hold(std::size_t bytes) {
     if (bytes == 0) return;
     void* const start =
@@ -146,7 +146,7 @@ std::vector<Contender> memoryAlone() { return {{"memory", memory}}; }
 
 }  // namespace
 
-// Alone and before all else, while the heap is as small as a host's may be.
+// Runs first, while the heap is small.
 void registerMemory() {
   compare("memory", 1, memoryAlone, [](const Comparison&) {});
 }

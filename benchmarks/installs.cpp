@@ -1,6 +1,6 @@
 // SPDX-License-Identifier: Apache-2.0
-// Installs against the floor and the bare tool. Every install here is an update: the old tree,
-// record and saved copy are there, and their removal is part of it.
+// Installs compared with the floor and the bare tool. Every install is an update: it also removes
+// the old tree, record and saved copy.
 #include <optional>
 #include <string>
 
@@ -32,7 +32,7 @@ std::vector<Contender> libraryAndFloor(const Delivery& delivery, std::size_t ser
           {"floor", [=] { Floor(root).install(delivery); }}};
 }
 
-// The tool alone, into a fresh directory that is removed outside the time.
+// The tool alone, into a new directory; its removal is not measured.
 Contender bareTool(const std::string& options, const Delivery& delivery) {
   const std::string path = Area::current().freshPath();
   return {"unzip " + options,
@@ -89,7 +89,7 @@ std::function<void()> stepping(std::function<void()> run, std::shared_ptr<StepSe
   };
 }
 
-// The steps of the library are told by the calls it makes through the seams of the platform.
+// Recognises the steps of the library by its platform calls.
 void byStep(const std::string& archive, int rounds) {
   const auto library = std::make_shared<StepSeconds>(), floor = std::make_shared<StepSeconds>();
   compare(

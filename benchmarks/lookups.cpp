@@ -1,6 +1,6 @@
 // SPDX-License-Identifier: Apache-2.0
-// Lookups against the raw loop: one read of the directory, and of each entry two reads of the
-// attribute, which are not parsed.
+// Lookups compared with the raw loop: one read of the directory and two of each attribute, nothing
+// parsed.
 #include <algorithm>
 #include <iterator>
 #include <string>
@@ -30,7 +30,7 @@ std::vector<Contender> libraryAndLoop(const std::string& services, Place place) 
     try {
       framework->findServiceType(key);
     } catch (const LarkspurError&) {
-      // A miss is measured with what it throws.
+      // A miss includes its exception.
     }
   };
   return {{"library, " + services, find}, {"raw loop, " + services, [=] { rawLoop(root, key); }}};

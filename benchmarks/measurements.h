@@ -4,17 +4,17 @@
 
 namespace larkspur::bench {
 
-/// Installs against the floor and the bare tool, by archive and by number of services, and the
-/// steps that their time goes into.
+/// Installs compared with the floor and the bare tool, by archive and by number of services, and
+/// how long each step takes.
 void registerInstalls();
 
-/// Lookups against the raw loop, by place of the hit and by number of services.
+/// Lookups compared with the raw loop, by position of the match and by number of services.
 void registerLookups();
 
-/// Deletions against the floor.
+/// Deletions compared with the floor.
 void registerDeletions();
 
-/// What depends on the host: the memory that it holds, the real bus and journal, the memory that
+/// Costs that depend on the host: the memory it holds, the real bus and journal, the memory that
 /// the library needs.
 void registerMemory();
 void registerHosts();

@@ -6,7 +6,7 @@ set grid ytics lc rgb "#dddddd"
 set border 3
 set tics nomirror
 
-# Each archive twice: the library, and beside it the floor, both in percent of the floor.
+# Each archive twice, the library and the floor, both in percent of the floor.
 set output directory."/install-steps.svg"
 set title "Where the time of an install goes (the floor's is 100 %)"
 set style data histograms

@@ -1,5 +1,5 @@
 // SPDX-License-Identifier: Apache-2.0
-// Running a tool with nothing around it: the yardstick of an extraction.
+// Runs a tool with as little overhead as possible: the yardstick for an extraction.
 #include "raw_tool.h"
 
 #include <fcntl.h>
@@ -24,7 +24,7 @@ pid_t start(const std::vector<std::string>& arguments, posix_spawn_file_actions_
 
   posix_spawnattr_t attributes;
   ::posix_spawnattr_init(&attributes);
-  // A session of its own, as from the library: the scheduler treats it as a group of its own.
+  // Starts a new session, as the library does: the scheduler groups processes by session.
   ::posix_spawnattr_setflags(&attributes, POSIX_SPAWN_SETSID);
   pid_t child = 0;
   const int refused =
@@ -34,7 +34,7 @@ pid_t start(const std::vector<std::string>& arguments, posix_spawn_file_actions_
   return child;
 }
 
-// Both at once, so that neither can stall the tool; what was read is not kept.
+// Reads both, so that neither can block the tool, and drops the output.
 void drain(std::array<pollfd, 2> streams) {
   std::array<char, 1 << 16> buffer;
   for (int open = 2; open > 0;) {

@@ -1,5 +1,5 @@
 // SPDX-License-Identifier: Apache-2.0
-// Running a tool with nothing around it: the yardstick of an extraction.
+// Runs a tool with as little overhead as possible: the yardstick for an extraction.
 #pragma once
 
 #include <string>
@@ -7,9 +7,8 @@
 
 namespace larkspur::bench {
 
-/// Runs the tool to its end, in the environment and the session that the library gives it, and
-/// reads its two streams as they fill. A failure ends the program, since nothing measured after it
-/// would mean anything.
+/// Runs the tool to its end, in the environment and session that the library gives it, and reads
+/// both streams. A failure ends the program.
 void runTool(const std::vector<std::string>& arguments);
 
 }  // namespace larkspur::bench

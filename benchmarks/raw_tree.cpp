@@ -1,5 +1,5 @@
 // SPDX-License-Identifier: Apache-2.0
-// Trees handled by as few system calls as the system allows, and no check that is not needed.
+// Operations on trees with as few system calls and checks as possible.
 #include "raw_tree.h"
 
 #include <dirent.h>
@@ -18,7 +18,7 @@
 namespace larkspur::bench {
 namespace {
 
-// The directory is closed with it.
+// Also closes the directory.
 template <typename Visit>
 void eachEntry(int directory, Visit visit) {
   DIR* const stream = ::fdopendir(directory);

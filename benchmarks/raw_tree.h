@@ -1,18 +1,18 @@
 // SPDX-License-Identifier: Apache-2.0
-// Trees handled by as few system calls as the system allows, and no check that is not needed.
+// Operations on trees with as few system calls and checks as possible.
 #pragma once
 
 #include <string>
 
 namespace larkspur::bench {
 
-/// Ends the program with the reason unless `succeeded`: a yardstick that failed measures nothing.
+/// Ends the program with the reason unless `succeeded`.
 void require(bool succeeded, const std::string& what);
 
-/// Makes every directory below `path` 0755 and every file 0444, and refuses links.
+/// Sets every directory below `path` to 0755 and every file to 0444, and refuses links.
 void makeReadOnly(const std::string& path);
 
-/// Removes the directory and all it holds; a missing one is a success.
+/// Removes the directory with all its contents, if it exists.
 void removeTree(const std::string& path);
 
 /// Copies one file inside the kernel, with its mode and times.

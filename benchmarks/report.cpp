@@ -1,5 +1,5 @@
 // SPDX-License-Identifier: Apache-2.0
-// Collects the figures that have a target, and what the plots are drawn from.
+// Collects the results for the table and the data for the plots.
 #include "report.h"
 
 #include <algorithm>
@@ -51,7 +51,7 @@ void Report::print(std::ostream& out) const {
   std::vector<Cells> lines = {{"measure", "at most", "median", "quartiles", ""},
                               {"---", "---", "---", "---", "---"}};
   for (const Row& row : rows_) {
-    // Judged by the two digits that are printed.
+    // Compares the two digits that are printed.
     const bool isMet =
         row.target && std::round(row.figure.median * 100) <= std::round(*row.target * 100);
     lines.push_back({row.measure, row.target ? number(*row.target) + row.unit : "",

@@ -1,5 +1,5 @@
 // SPDX-License-Identifier: Apache-2.0
-// Collects the figures that have a target, and what the plots are drawn from.
+// Collects the results for the table and the data for the plots.
 #pragma once
 
 #include <filesystem>
@@ -17,15 +17,15 @@ class Report {
  public:
   static Report& current();
 
-  /// One row of the table; `unit` stands behind its figures. Rows stand in order of `measure`'s
-  /// first appearance. Without a target the row is there to be known.
+  /// A row of the table; `unit` follows its figures. Rows are ordered by the first appearance of
+  /// their `measure`. Rows without a limit are informational.
   void add(const std::string& measure, const Spread& figure, std::optional<double> target = {},
            const std::string& unit = "");
 
-  /// One row of the data of a plot: a label and its values.
+  /// A row of data for a plot: a label and its values.
   void plot(const std::string& file, const std::string& label, const std::vector<double>& values);
 
-  /// The rows as a Markdown table that is also readable as it is.
+  /// Prints the rows as a Markdown table that is readable as plain text.
   void print(std::ostream& out) const;
 
   /// Writes `table.md` and the data of the plots into the directory.

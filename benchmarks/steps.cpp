@@ -1,5 +1,5 @@
 // SPDX-License-Identifier: Apache-2.0
-// Splits the time of an install by its steps.
+// Measures the time of each step of an install.
 #include "steps.h"
 
 #include <string_view>
@@ -30,7 +30,7 @@ void beginStep(Step step) {
   if (theClock != nullptr) theClock->begin(step);
 }
 
-// Calls that are not named here belong to the step that runs.
+// Other calls belong to the current step.
 void beginStepOfCall(const char* call) {
   static Step last = Step::records;
   const std::string_view name = call;
@@ -52,7 +52,7 @@ void beginStepOfCall(const char* call) {
 
 }  // namespace larkspur::bench
 
-// The linker leads every call of syncfs here, the library's and the floor's.
+// Every call of syncfs ends up here, the library's and the floor's.
 extern "C" int __real_syncfs(int descriptor);
 extern "C" int __wrap_syncfs(int descriptor);
 

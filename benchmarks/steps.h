@@ -1,5 +1,5 @@
 // SPDX-License-Identifier: Apache-2.0
-// Splits the time of an install by its steps.
+// Measures the time of each step of an install.
 #pragma once
 
 #include <array>
@@ -14,7 +14,7 @@ inline constexpr std::array<const char*, 6> kStepNames = {
     "sweep, record and count", "unzip tool",           "walk and modes",
     "flush to disk",           "exchange and removal", "saved copy"};
 
-/// Takes the time while it lives; one at a time. It begins with the records.
+/// Measures while it exists; one at a time. Starts with the records.
 class StepClock {
  public:
   StepClock();
@@ -34,10 +34,10 @@ class StepClock {
   std::chrono::steady_clock::time_point since_ = std::chrono::steady_clock::now();
 };
 
-/// Tells the clock, if there is one, that the step begins and the one before has ended.
+/// Ends the current step and begins the next, if there is a clock.
 void beginStep(Step step);
 
-/// The same for the library, told by the name of a call of the platform's seams.
+/// The same for the library, by the name of a platform call.
 void beginStepOfCall(const char* call);
 
 }  // namespace larkspur::bench

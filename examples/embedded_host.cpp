@@ -1,6 +1,6 @@
 // SPDX-License-Identifier: Apache-2.0
-// A host without a bus and without a journal: it brings its own notification center, log and
-// analytics, installs and deletes one service in a root of its own, and checks what it was told.
+// A host without bus and journal: it replaces notification center, log and analytics, installs and
+// deletes a service, and checks what it was notified of.
 
 #include <larkspur/larkspur.h>
 
@@ -21,21 +21,21 @@ namespace fs = std::filesystem;
 
 namespace {
 
-// Stands for whatever the host uses to tell its own parts that something changed.
+// Represents whatever the host uses to notify its parts of a change.
 class HostNotificationCenter : public larkspur::NotificationCenter {
  public:
   void post(const std::string& name) noexcept override {
     try {
       posted.push_back(name);
     } catch (const std::exception&) {
-      // Without memory the notification is lost, as it would be on a bus; the install is not.
+      // Out of memory: only the notification is lost.
     }
   }
   std::vector<std::string> posted;
 };
 
-// Hands the library's lines to the host's logger, which here is standard error. Debug lines, the
-// unzip tool's listing among them, are off and therefore never made.
+// Passes log lines to the host's logger, here standard error. Debug lines, like the unzip tool's
+// listing, are disabled and never formatted.
 class HostLog : public larkspur::Log {
  public:
   bool isEnabled(larkspur::LogLevel level) const noexcept override {

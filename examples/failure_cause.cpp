@@ -1,6 +1,6 @@
 // SPDX-License-Identifier: Apache-2.0
-// A log that collects the error lines of one call, so that a client can show why an archive was
-// refused: the error is one of eight cases, and what the unzip tool said is on the log.
+// Collects the error lines of one call, so that a client can show why an archive was refused: the
+// error itself is one of eight cases, and the output of the unzip tool is only logged.
 
 #include <larkspur/larkspur.h>
 
@@ -14,7 +14,7 @@
 
 namespace {
 
-// Passes every line on, and keeps the error lines of the thread that is being listened to.
+// Forwards every line, and collects the error lines of the current call.
 class CollectingLog : public larkspur::Log {
  public:
   explicit CollectingLog(std::shared_ptr<larkspur::Log> target) : target_(std::move(target)) {}
@@ -28,12 +28,12 @@ class CollectingLog : public larkspur::Log {
       if (entry.level == larkspur::LogLevel::error && lines() != nullptr)
         lines()->emplace_back(entry.message);
     } catch (const std::exception&) {
-      // Without memory the line is lost here; it still goes to the log.
+      // Out of memory: only this copy of the line is lost.
     }
     if (target_->isEnabled(entry.level)) target_->write(entry);
   }
 
-  // Where the calling thread's lines go; null outside of a call.
+  // The current call's lines; null outside of a call.
   static std::vector<std::string>*& lines() {
     thread_local std::vector<std::string>* lines = nullptr;
     return lines;
@@ -54,7 +54,7 @@ class CallLog {
   std::vector<std::string> lines;
 };
 
-// This program changes nothing that anybody would have to hear of.
+// This program changes nothing, so it needs no bus.
 class SilentNotificationCenter : public larkspur::NotificationCenter {
  public:
   void post(const std::string&) noexcept override {}

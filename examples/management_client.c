@@ -9,7 +9,7 @@
 static const char kUsage[] =
     "usage: management_client_c ROOT COMMAND\n"
     "\n"
-    "  check ARCHIVE                                     tell whether an install would take it\n"
+    "  check ARCHIVE                                     check whether an install would accept it\n"
     "  install SERVICE_TYPE ARCHIVE VERSION IDENTIFIER   install or update a service\n"
     "  list                                              show every service and its version\n"
     "  find VERSION                                      show the service that VERSION installed\n"
@@ -20,7 +20,7 @@ static const char kUsage[] =
 
 enum { DONE = 0, FAILED = 1, WRONG_USAGE = 2 };
 
-/* The code, what it means, and what the library logged on the way there. */
+/* Prints the message, the code, and the error lines that the library logged. */
 static int failed(const larkspur_error* error) {
   fprintf(stderr, "management_client_c: %s (code %d)\n", error->message, error->code);
   if (error->detail[0] != '\0') fprintf(stderr, "%s\n", error->detail);
@@ -35,7 +35,7 @@ static int install(larkspur_store* store, char** arguments, larkspur_error* erro
   options.version = arguments[2];
   options.identifier = arguments[3];
   options.sha256 = ""; /* A real client records the digest of the archive that it verified. */
-  /* A bad archive would cost the service the tree it has. */
+  /* Installing a bad archive would remove the tree of the service. */
   const int code = larkspur_check_archive(store, options.archive, error);
   return code != LARKSPUR_OK ? code : larkspur_install(store, &options, error);
 }

@@ -34,7 +34,7 @@ constexpr const char* kUsage =
   find VERSION                                      show the service that VERSION installed
   delete VERSION                                    delete the service that VERSION installed
 
-  --force     install without looking for a rename or another declaration's service
+  --force     skip the check for a rename or another declaration's service
   --verbose   show the library's log lines on standard error
 
 exit status: 0 done, 1 refused or failed, 2 wrong usage, 255 the root cannot be made
@@ -63,7 +63,7 @@ class StandardErrorLog : public larkspur::Log {
   }
 };
 
-// A directory of its own for one file, removed with all it holds.
+// A temporary directory, removed with all its contents.
 class ScratchDirectory {
  public:
   ScratchDirectory() {
@@ -86,8 +86,8 @@ class ScratchDirectory {
   fs::path path_;
 };
 
-// The library takes a service type unchanged as a directory name, so the client keeps out what
-// would name another directory.
+// The library uses a service type unchanged as a directory name, so the client refuses names of
+// other directories.
 void requirePlainServiceType(const std::string& serviceType) {
   static const std::set<std::string> kNoService = {"", ".", "..", "._saved"};
   if (kNoService.contains(serviceType) || serviceType.find('/') != std::string::npos) {
@@ -95,15 +95,15 @@ void requirePlainServiceType(const std::string& serviceType) {
   }
 }
 
-// The archive itself, behind any link: the library refuses a link, but only after it has installed
-// the tree. The unzip tool takes some characters in a file's name for a pattern.
+// Resolves links: the library refuses a link, but only after it has installed the tree. The unzip
+// tool takes some characters in a file name for a pattern.
 fs::path resolveArchive(const std::string& name) {
   fs::path archive = fs::canonical(name);
   if (!fs::is_regular_file(archive)) {
     throw std::runtime_error("not a file: " + archive.string());
   }
   if (archive.filename().string().find_first_of("[*?\\") != std::string::npos) {
-    throw std::runtime_error("give the archive a plain name, without [ * ? \\: " +
+    throw std::runtime_error("rename the archive, the tool does not accept [ * ? \\: " +
                              archive.string());
   }
   return archive;
@@ -115,8 +115,8 @@ bool liesBelow(const fs::path& directory, const fs::path& item) {
   return end == directory.end();
 }
 
-// The digest in hexadecimal, from the system's own tool. The path goes there in the environment:
-// nothing in it can become a part of the command.
+// The digest in hexadecimal, from sha256sum. The path is passed in the environment, where the shell
+// does not interpret it.
 std::string sha256(const fs::path& archive) {
   if (setenv("ARCHIVE", archive.c_str(), 1) != 0) {
     throw std::system_error(errno, std::generic_category(), "setenv");
@@ -142,8 +142,8 @@ int install(larkspur::LarkspurFramework& framework, const fs::path& root,
   requirePlainServiceType(serviceType);
   fs::path archive = resolveArchive(arguments[1]);
 
-  // An install deletes the service's saved copy before it makes the new one. To install from a
-  // saved copy, take it away first.
+  // An install deletes the saved copy of the service before it makes a new one, so an archive in
+  // there is copied first.
   std::unique_ptr<ScratchDirectory> scratch;
   if (liesBelow(fs::canonical(root) / "._saved", archive)) {
     scratch = std::make_unique<ScratchDirectory>();
@@ -157,7 +157,7 @@ int install(larkspur::LarkspurFramework& framework, const fs::path& root,
     framework.installArchive(serviceType, larkspur::FileURL(archive), "application/zip", version,
                              identifier, digest, force);
   } catch (const std::system_error& error) {
-    // Tree, record and saved copy are in place by then.
+    // Tree, record and saved copy are in place.
     std::cerr << "management_client: installed, but not counted: " << error.what() << '\n';
   }
   std::cout << "installed " << serviceType << " at " << framework.servicePathURL(serviceType).path()

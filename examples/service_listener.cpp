@@ -1,6 +1,6 @@
 // SPDX-License-Identifier: Apache-2.0
-// A service that follows its own configuration: it waits for the change signal of one service type
-// and reads tree and record again, safely while they may be replaced under its hands.
+// A service that follows its configuration: it waits for the change signal of one service type and
+// reads tree and record again, safely while they may be replaced.
 
 #include <dirent.h>
 #include <fcntl.h>
@@ -66,7 +66,7 @@ struct CloseBus {
 using Bus = std::unique_ptr<sd_bus, CloseBus>;
 
 std::set<std::string> entries(int directory) {
-  // A descriptor of its own, because closedir closes the one that it was given.
+  // A second descriptor, because closedir closes the one it gets.
   const int duplicate = openat(directory, ".", O_RDONLY | O_DIRECTORY | O_CLOEXEC);
   if (duplicate < 0) fail(errno, "cannot open a directory");
   const std::unique_ptr<DIR, CloseDirectory> stream(fdopendir(duplicate));
@@ -84,8 +84,8 @@ std::set<std::string> entries(int directory) {
   return names;
 }
 
-// Adds a line for everything below `directory`. Everything is opened relative to the directory
-// above it, never by its whole path, so that all lines speak of one and the same tree.
+// Adds a line for everything below `directory`. Opens everything relative to its parent directory,
+// so that all lines describe the same tree.
 void describe(int directory, const std::string& prefix, std::string& lines) {
   for (const std::string& name : entries(directory)) {
     const Descriptor item(openat(directory, name.c_str(), O_RDONLY | O_NOFOLLOW | O_CLOEXEC));
@@ -104,7 +104,7 @@ void describe(int directory, const std::string& prefix, std::string& lines) {
   }
 }
 
-// The record is written just after the signal is sent, so it may be a moment behind its tree.
+// The record is written just after the signal is sent, so it may be missing for a moment.
 std::string record(int directory) {
   const auto deadline = Clock::now() + std::chrono::seconds(1);
   std::vector<char> value(XATTR_SIZE_MAX);
@@ -124,9 +124,8 @@ bool isStillAt(const std::string& path, int directory) {
          now.st_dev == opened.st_dev && now.st_ino == opened.st_ino;
 }
 
-// One reading of the service's tree; nothing when it changed meanwhile. An exchanged tree is
-// removed while it may still be read, so a reading counts only if its directory is still the one
-// in place at the end.
+// Reads the tree once; nullopt if it changed meanwhile. A replaced tree may be removed while it is
+// read, so the result counts only if its directory is still in place at the end.
 std::optional<std::string> tryToRead(const std::string& path) {
   const Descriptor top(open(path.c_str(), O_RDONLY | O_DIRECTORY | O_CLOEXEC));
   if (!top.isOpen()) {
@@ -150,7 +149,7 @@ std::string read(const std::string& path) {
   for (int attempt = 0; attempt < kAttempts; ++attempt) {
     if (const auto lines = tryToRead(path)) return *lines;
   }
-  return "  still changing\n";  // Another signal is on its way.
+  return "  still changing\n";  // Another signal will follow.
 }
 
 int countChange(sd_bus_message*, void* changes, sd_bus_error*) {
@@ -178,7 +177,7 @@ void waitForChange(sd_bus* bus, const int& changes, Clock::time_point deadline) 
   const int before = changes;
   while (changes == before) {
     int result = sd_bus_process(bus, nullptr);
-    if (result < 0) fail(-result, "lost the system bus");  // Let the service manager start anew.
+    if (result < 0) fail(-result, "lost the system bus");  // Let the service manager restart it.
     if (result > 0) continue;
     const auto left =
         std::chrono::duration_cast<std::chrono::microseconds>(deadline - Clock::now());
@@ -192,14 +191,14 @@ void follow(const std::string& root, const std::string& serviceType, int limit, 
   const std::string path = root + "/" + serviceType;
   const auto deadline = Clock::now() + std::chrono::seconds(seconds);
   int changes = 0;
-  // Subscribe first and read second: the other way round, a change between the two is lost.
+  // Subscribes before it reads: otherwise a change between the two is lost.
   const Bus bus = subscribe(serviceType, changes);
   std::cout << "listening for " << serviceType << '\n' << read(path) << std::flush;
   while (changes < limit) {
     const int before = changes;
     waitForChange(bus.get(), changes, deadline);
     if (changes == before) return;
-    // The signal says that something changed; what is there now, only the tree says.
+    // The signal only announces a change; read the tree for the result.
     const std::string lines = read(path);
     std::cout << "change " << changes << " of " << serviceType << '\n' << lines << std::flush;
   }

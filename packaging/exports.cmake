@@ -1,6 +1,6 @@
 # SPDX-License-Identifier: Apache-2.0
-# Exports from the shared library what the Debian package lists, so that there is one list. Without
-# it, hidden visibility still exports private members and weak instantiations of std templates.
+# Exports the symbols that the Debian package lists, so that there is one list. Hidden visibility
+# alone still exports private members and weak instantiations of std templates.
 set(larkspur_symbols "${PROJECT_SOURCE_DIR}/debian/liblarkspur1.symbols")
 set(larkspur_map "${PROJECT_BINARY_DIR}/larkspur.map")
 set_property(DIRECTORY APPEND PROPERTY CMAKE_CONFIGURE_DEPENDS "${larkspur_symbols}")

@@ -1,5 +1,5 @@
 # SPDX-License-Identifier: Apache-2.0
-# What is installed, and how others find it: three components, `runtime`, `dev` and `doc`.
+# Installs everything, in three components: `runtime`, `dev` and `doc`.
 include(CMakePackageConfigHelpers)
 
 set(larkspur_package_dir "${CMAKE_INSTALL_LIBDIR}/cmake/Larkspur")
@@ -25,11 +25,11 @@ install(EXPORT LarkspurTargets NAMESPACE Larkspur:: DESTINATION ${larkspur_packa
 
 # --- pkg-config module ---------------------------------------------------------------------------
 
-# Found from where the file lies, so that an installed tree may be moved.
+# Relative to the file, so that an installed tree can be moved.
 file(RELATIVE_PATH larkspur_up "${CMAKE_INSTALL_FULL_LIBDIR}/pkgconfig" "${CMAKE_INSTALL_PREFIX}")
 set(LARKSPUR_PC_PREFIX "\${pcfiledir}/${larkspur_up}")
 string(REGEX REPLACE "/$" "" LARKSPUR_PC_PREFIX "${LARKSPUR_PC_PREFIX}")
-# The shared library finds by itself what it is linked with; with a static one the client links it.
+# A shared library loads its own dependencies; clients of a static one must link them.
 if(LARKSPUR_BUILD_SHARED)
   set(larkspur_modules "")
 endif()
@@ -55,7 +55,7 @@ install(DIRECTORY docs/man/ DESTINATION ${CMAKE_INSTALL_MANDIR}/man3 COMPONENT d
 install(DIRECTORY docs/man/ DESTINATION ${CMAKE_INSTALL_MANDIR}/man5 COMPONENT doc
   FILES_MATCHING PATTERN "*.5")
 
-# Laid out as in the source tree, so that the links from page to page work.
+# The layout of the source tree, so that links between pages work.
 file(GLOB larkspur_pages CONFIGURE_DEPENDS *.md LICENSE)
 install(FILES ${larkspur_pages} DESTINATION ${CMAKE_INSTALL_DOCDIR} COMPONENT doc)
 install(DIRECTORY docs DESTINATION ${CMAKE_INSTALL_DOCDIR} COMPONENT doc

@@ -1,5 +1,5 @@
 // SPDX-License-Identifier: Apache-2.0
-// The caller's functions as services of the platform, and the log that collects a call's lines.
+// Wraps the caller's functions as platform services, and collects the error lines of each call.
 #include "c/hooks.h"
 
 #include <cstdint>
@@ -42,7 +42,7 @@ class HookLog : public Log {
       const std::string category(entry.category), message(entry.message);
       hooks_.log(hooks_.context, static_cast<int>(entry.level), category.c_str(), message.c_str());
     } catch (const std::bad_alloc&) {
-      // The line is lost, the operation is not.
+      // Out of memory: only the line is lost.
     }
   }
 
@@ -78,7 +78,7 @@ class HookAnalyticsService : public AnalyticsService {
                    valueIn<std::int64_t>(payload, "size"),
                    valueIn<std::int64_t>(payload, "numberOfManagedServices"));
     } catch (const std::bad_alloc&) {
-      // The event is lost, the operation is not.
+      // Out of memory: only the event is lost.
     }
   }
 
@@ -86,7 +86,7 @@ class HookAnalyticsService : public AnalyticsService {
   larkspur_hooks hooks_;
 };
 
-// All of them are made before the first is put in place.
+// Creates all of them first: out of memory, it replaces none.
 void use(const larkspur_hooks& hooks) {
   std::shared_ptr<Log> log;
   std::shared_ptr<NotificationCenter> center;
@@ -100,7 +100,7 @@ void use(const larkspur_hooks& hooks) {
   useAnalyticsService(std::move(analytics));
 }
 
-// Never destroyed, so that code that runs while the process exits can still close its stores.
+// Never destroyed: stores may still be closed while the process exits.
 std::mutex& processMutex() {
   static std::mutex& mutex = *new std::mutex;
   return mutex;
@@ -129,7 +129,7 @@ int larkspur_use_hooks(const larkspur_hooks* hooks, larkspur_error* error) {
     require(hooks != nullptr, "hooks", " is NULL");
     require(hooks->size >= sizeof(larkspur_hooks), "size", " is not sizeof(larkspur_hooks)");
     require(hooks->log_level >= LARKSPUR_LOG_ERROR && hooks->log_level <= LARKSPUR_LOG_DEBUG,
-            "log_level", " is no level");
+            "log_level", " is not a level");
     const ProcessLock lock;
     require(ProcessLock::openStores() == 0, "hooks", " cannot change while a store is open");
     use(*hooks);

@@ -16,8 +16,8 @@ class ProcessLock {
   /// How many stores are open.
   static std::size_t& openStores() noexcept;
 
-  /// Puts a log in place that collects the error lines of the C calls and passes every line on to
-  /// the log it stands in front of. Changes nothing where that has been done.
+  /// Replaces the log by one that collects the error lines of the C calls and forwards every line.
+  /// Does nothing if that has been done.
   static void collectErrorLines();
 
  private:

@@ -1,5 +1,5 @@
 // SPDX-License-Identifier: Apache-2.0
-// Lookups, whose results are the caller's: one piece of memory each, so that one call frees it.
+// Lookups. Each result is one block of memory, so that the caller frees it with one call.
 #include <cstdlib>
 #include <cstring>
 #include <new>
@@ -27,12 +27,12 @@ void* allocated(std::size_t size) {
 
 using Text = std::optional<std::string>;
 
-// C has no text with a zero byte inside.
+// A C string cannot contain a zero byte.
 bool isText(const Text& text) { return text && text->find('\0') == std::string::npos; }
 
 std::size_t sizeOf(const Text& text) { return isText(text) ? text->size() + 1 : 0; }
 
-// Copies the text to `place` and moves that behind it.
+// Copies the string to `place` and advances it.
 const char* placed(const Text& text, char*& place) {
   if (!isText(text)) return nullptr;
   const char* copy = place;
@@ -41,17 +41,18 @@ const char* placed(const Text& text, char*& place) {
   return copy;
 }
 
-// The pointers and their final NULL, then the structs, then the texts.
+// The pointers and their final NULL, then the structs, then the strings.
 larkspur_service** listOf(const std::vector<Service>& services) {
   const std::size_t count = services.size();
-  std::size_t texts = 0;
+  std::size_t strings = 0;
   for (const Service& service : services) {
-    texts += sizeOf(service.type) + sizeOf(service.declarationVersion) +
-             sizeOf(service.declarationIdentifier) + sizeOf(service.contentType) +
-             sizeOf(service.hashSHA256);
+    strings += sizeOf(service.type) + sizeOf(service.declarationVersion) +
+               sizeOf(service.declarationIdentifier) + sizeOf(service.contentType) +
+               sizeOf(service.hashSHA256);
   }
   const std::size_t pointers = (count + 1) * sizeof(larkspur_service*);
-  auto* memory = static_cast<char*>(allocated(pointers + count * sizeof(larkspur_service) + texts));
+  auto* memory =
+      static_cast<char*>(allocated(pointers + count * sizeof(larkspur_service) + strings));
   auto** list = reinterpret_cast<larkspur_service**>(memory);
   auto* structs = reinterpret_cast<larkspur_service*>(memory + pointers);
   char* place = reinterpret_cast<char*>(structs + count);

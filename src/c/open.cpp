@@ -1,6 +1,5 @@
 // SPDX-License-Identifier: Apache-2.0
-// Opens and closes a root. Start-up in C++ may end the process; here the root is made beforehand,
-// so that it has no reason to.
+// Opens and closes stores. Creates a missing root itself: `createFramework` exits if it cannot.
 #include <filesystem>
 #include <memory>
 #include <system_error>
@@ -43,7 +42,7 @@ std::unique_ptr<larkspur_store> openStore(const char* root) {
   if (!store->framework->isDarwinNotifCenterSuccess())
     throw Refusal{LARKSPUR_NOT_READY, "the system", " has no notification center"};
   if (!store->framework->isDefaultPathExists())
-    throw Refusal{LARKSPUR_NOT_READY, "root", " vanished while it was opened"};
+    throw Refusal{LARKSPUR_NOT_READY, "root", " disappeared while it was opened"};
   ++ProcessLock::openStores();
   return store;
 }

@@ -1,5 +1,5 @@
 // SPDX-License-Identifier: Apache-2.0
-// The operations on an open store, each as a check of its arguments and the call in C++.
+// Checks the arguments of each operation and calls it in C++.
 #include <cstdint>
 #include <filesystem>
 #include <limits>
@@ -21,7 +21,7 @@ larkspur::FileURL archiveAt(const char* path) {
   return larkspur::FileURL(path);
 }
 
-// The event that follows an install has a limit for the size, which no real archive reaches.
+// The analytics event limits the size; no real archive reaches that limit.
 void requireCountableSize(const larkspur::FileURL& archive) {
   std::error_code unknown;
   const std::uintmax_t size = std::filesystem::file_size(archive.path(), unknown);

@@ -1,5 +1,5 @@
 // SPDX-License-Identifier: Apache-2.0
-// Fills in the caller's struct without asking for memory.
+// Fills in the caller's error struct without allocating.
 #include "c/report.h"
 
 #include <algorithm>
@@ -14,7 +14,7 @@ namespace {
 
 constinit thread_local larkspur_error* currentError = nullptr;
 
-// How much of the text fits into `room` bytes without parting a character.
+// How much of `text` fits into `room` bytes without splitting a character.
 std::size_t fittingLength(std::string_view text, std::size_t room) noexcept {
   if (text.size() <= room) return text.size();
   constexpr int kMostContinuationBytes = 3;
@@ -24,8 +24,8 @@ std::size_t fittingLength(std::string_view text, std::size_t room) noexcept {
   return length;
 }
 
-// Appends to the `used` bytes of the buffer, which stays zero-terminated; a zero byte in the text
-// would hide the rest.
+// Appends to the first `used` bytes of the buffer and terminates it. A zero byte in the text would
+// hide the rest, so it becomes a blank.
 template <std::size_t size>
 void append(char (&buffer)[size], std::size_t used, std::string_view text) noexcept {
   const std::size_t length = fittingLength(text, size - 1 - used);
@@ -50,7 +50,7 @@ void DetailCollector::add(std::string_view line) noexcept {
   auto& detail = currentError->detail;
   std::size_t used = std::strlen(detail);
   if (used > 0) detail[used++] = '\n';
-  // The line that explains a failure comes last.
+  // Drops the oldest lines: the one that explains the failure comes last.
   const std::size_t needed = std::min(line.size(), sizeof detail - 1);
   while (used + needed > sizeof detail - 1) {
     const char* rest = std::find(detail, detail + used, '\n') + 1;

@@ -1,28 +1,26 @@
 // SPDX-License-Identifier: Apache-2.0
-// How a C++ operation ends in C: every way out becomes a code, and what the call logged becomes
-// its detail.
+// Turns the outcome of a C++ operation into a return code and the error lines it logged.
 #pragma once
 
-#include <exception>
 #include <string_view>
 
 #include <larkspur/larkspur_c.h>
 
 namespace larkspur::c {
 
-/// Thrown by a check of this interface; the two literals are one sentence.
+/// Thrown by the checks of this interface; subject and complaint form the message.
 struct Refusal {
   int code;
   const char* subject;
   const char* complaint;
 };
 
-/// Refuses an argument unless it is good.
+/// Throws `Refusal` unless `isGood`.
 inline void require(bool isGood, const char* subject, const char* complaint) {
   if (!isGood) throw Refusal{LARKSPUR_BAD_ARGUMENT, subject, complaint};
 }
 
-/// Collects the error lines of the thread's call in the caller's struct while it exists.
+/// Collects the error lines of this thread's call in the caller's struct while it exists.
 class DetailCollector {
  public:
   explicit DetailCollector(larkspur_error* error) noexcept;
@@ -30,9 +28,9 @@ class DetailCollector {
   DetailCollector(const DetailCollector&) = delete;
   DetailCollector& operator=(const DetailCollector&) = delete;
 
-  /// Whether the thread is in a call whose caller wants to know.
+  /// Whether the current call has a struct for its error.
   static bool isCollecting() noexcept;
-  /// Adds a line; the oldest lines make room for it.
+  /// Adds a line and drops the oldest ones if there is no room.
   static void add(std::string_view line) noexcept;
 };
 
@@ -40,10 +38,10 @@ class DetailCollector {
 int report(larkspur_error* error, int code, int number, std::string_view message,
            std::string_view more = {}) noexcept;
 
-/// The same for the exception in flight.
+/// The same for the current exception.
 int reportException(larkspur_error* error) noexcept;
 
-/// Runs one call.
+/// Runs `operation` and reports its outcome.
 template <typename Operation>
 int reported(larkspur_error* error, Operation operation) noexcept {
   const DetailCollector collector(error);

@@ -1,5 +1,5 @@
 // SPDX-License-Identifier: Apache-2.0
-// What a C caller holds.
+// The handle that a C caller holds.
 #pragma once
 
 #include <memory>

@@ -1,14 +1,14 @@
 // SPDX-License-Identifier: Apache-2.0
-// What the C interface demands of the texts it is given.
+// Checks the strings that C callers pass.
 #pragma once
 
 namespace larkspur::c {
 
-/// Refuses NULL and bytes that are not UTF-8: the record, the bus and the root take nothing else.
-/// `name` is the member's or parameter's. Returns the text.
+/// Refuses NULL and bytes that are not UTF-8, which the record, the bus and the root cannot take.
+/// `name` is the member's or parameter's. Returns the string.
 const char* requireText(const char* text, const char* name);
 
-/// Refuses what cannot be the name of a service's directory, or is that of something else.
+/// Refuses names that the directory of a service cannot have.
 void requireServiceType(const char* serviceType);
 
 }  // namespace larkspur::c

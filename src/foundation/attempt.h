@@ -1,5 +1,5 @@
 // SPDX-License-Identifier: Apache-2.0
-// How a failed call of the platform becomes a log line and an error of the library.
+// Turns a failed platform call into a log line and a `LarkspurError`.
 #pragma once
 
 #include <exception>
@@ -10,7 +10,7 @@
 
 namespace larkspur {
 
-/// Returns what `call` returns. If it throws, hands its number to `log` and throws `error`.
+/// Returns the result of `call`. If it throws, passes the error number to `log` and throws `error`.
 template <typename Call, typename LogFailure>
 auto attempt(Call call, LogFailure log,
              const LarkspurError& error = LarkspurError::internalError()) {

@@ -1,5 +1,5 @@
 // SPDX-License-Identifier: Apache-2.0
-// The condition lock on the standard library's mutex.
+// `ConditionLock` on a standard mutex.
 #include "foundation/condition_lock.h"
 
 namespace larkspur {
@@ -16,7 +16,7 @@ void ConditionLock::unlock() { mutex_.unlock(); }
 
 void ConditionLock::unlockWithCondition(int condition) {
   condition_ = condition;
-  // Told while the lock is held: a waiter that wakes may destroy the lock as soon as it is free.
+  // Notify before the unlock: a waiter may destroy the lock as soon as it is free.
   released_.notify_all();
   mutex_.unlock();
 }

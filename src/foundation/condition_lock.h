@@ -1,5 +1,5 @@
 // SPDX-License-Identifier: Apache-2.0
-// A mutex that carries an integer condition, which a thread may wait for before it gets the lock.
+// A mutex with an integer condition: a thread can wait for a value before it takes the lock.
 #pragma once
 
 #include <condition_variable>
@@ -11,13 +11,13 @@ class ConditionLock {
  public:
   explicit ConditionLock(int condition) : condition_(condition) {}
 
-  /// Waits for the lock, whatever the condition.
+  /// Takes the lock, whatever the condition.
   void lock();
-  /// Waits until the condition is `condition` and the lock is free, and takes it.
+  /// Waits until the condition equals `condition`, then takes the lock.
   void lockWhenCondition(int condition);
-  /// Gives the lock back; the condition stays.
+  /// Releases the lock and keeps the condition.
   void unlock();
-  /// Sets the condition and gives the lock back; all who wait for it look again.
+  /// Sets the condition, wakes all waiters and releases the lock.
   void unlockWithCondition(int condition);
 
  private:

@@ -1,5 +1,5 @@
 // SPDX-License-Identifier: Apache-2.0
-// The number that a log line calls errno.
+// The error number for a log line.
 #pragma once
 
 #include <cerrno>
@@ -8,8 +8,8 @@
 
 namespace larkspur {
 
-/// The system's number for a caught failure: the one it carries, else the thread's `errno`. Taken
-/// first thing in a handler, before anything else can overwrite it.
+/// The error number of a caught exception: the one it carries, else `errno`. Call it first in a
+/// handler, before anything else can overwrite `errno`.
 inline int errorNumber(const std::exception& failure) noexcept {
   const auto* system = dynamic_cast<const std::system_error*>(&failure);
   return system != nullptr ? system->code().value() : errno;

@@ -1,6 +1,6 @@
 // SPDX-License-Identifier: Apache-2.0
-// File URLs by hand on text: the standard path type makes "root" / "/etc" into "/etc" and knows
-// no last component behind a trailing slash.
+// File URLs on plain strings: std::filesystem::path turns "root" / "/etc" into "/etc" and sees no
+// last component before a trailing slash.
 #include <larkspur/file_url.h>
 
 #include <cerrno>

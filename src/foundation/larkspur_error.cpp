@@ -6,7 +6,7 @@
 
 namespace larkspur {
 
-// Shared by all copies, since copying an error while it is thrown must not throw.
+// Shared by all copies: copying an exception must not throw.
 struct LarkspurError::Texts {
   std::string payload;
   std::string message;
@@ -41,13 +41,13 @@ LarkspurError LarkspurError::internalError() { return {Case::internalError, null
 LarkspurError LarkspurError::unexpectedError() { return {Case::unexpectedError, nullptr}; }
 
 const std::string& LarkspurError::payload() const noexcept {
-  // Never destroyed, like all that the process shares.
+  // Never destroyed: code may still use it while the process exits.
   static const std::string& none = *new std::string;  // NOLINT(bugprone-unhandled-exception-at-new)
   return texts_ ? texts_->payload : none;
 }
 
 std::string LarkspurError::description() const {
-  // Not from `what`, which ends at a zero byte in a payload.
+  // Not `what()`, which ends at a zero byte in the payload.
   return texts_ ? texts_->message : what();
 }
 

@@ -1,5 +1,5 @@
 // SPDX-License-Identifier: Apache-2.0
-// Rendering of log lines and of the values in them.
+// Formats log lines and the values in them.
 #include "foundation/logger.h"
 
 namespace larkspur {

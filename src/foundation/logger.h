@@ -1,9 +1,8 @@
 // SPDX-License-Identifier: Apache-2.0
-// Log lines as fixed texts with placeholders, made only when their level is wanted.
+// Writes log lines from fixed format strings, and formats them only when their level is enabled.
 //
-// "%s" takes a text, a location (as its URL's text), a list of locations, a list of keys or a
-// record; "%d" a number; "%@" an error. A line whose placeholders and values disagree does not
-// compile.
+// "%s" takes a string, a URL, a list of URLs, a list of keys or a record; "%d" a number; "%@" an
+// error. A format string whose placeholders do not match its values does not compile.
 #pragma once
 
 #include <concepts>
@@ -20,19 +19,19 @@
 
 namespace larkspur {
 
-// How each kind of value stands in a line.
+// How each type of value is written in a line.
 inline std::string logText(std::string_view text) { return std::string(text); }
 inline std::string logText(const FileURL& url) { return url.absoluteString(); }
 inline std::string logText(int number) { return std::to_string(number); }
 inline std::string logText(const std::exception& error) { return error.what(); }
-/// In brackets, separated by a comma and a blank, unquoted.
+/// As `[URL, URL]`.
 std::string logText(const std::vector<FileURL>& urls);
-/// In brackets, separated by a comma and a blank, each in double quotes.
+/// As `["key", "key"]`.
 std::string logText(const std::vector<std::string>& keys);
-/// In brackets, separated by a comma and a blank, each as "key": "value".
+/// As `["key": "value", "key": "value"]`.
 std::string logText(const std::map<std::string, std::string>& record);
 
-/// The placeholder that a value of the type goes through.
+/// The placeholder for a value of the type.
 template <typename Value>
 constexpr char placeholderFor() {
   if constexpr (std::integral<Value>) return 'd';
@@ -40,16 +39,16 @@ constexpr char placeholderFor() {
   return 's';
 }
 
-/// A fixed text whose placeholders were checked against the values that follow it.
+/// A format string, checked at compile time against the values that follow it.
 template <typename... Values>
 class LogFormat {
  public:
-  consteval LogFormat(const char* text) : text_(text) {  // NOLINT: made from literals on purpose
+  consteval LogFormat(const char* text) : text_(text) {  // NOLINT: implicit on purpose
     const char expected[] = {placeholderFor<Values>()..., '\0'};
     std::size_t count = 0;
     for (const char* at = text; *at != '\0'; ++at) {
       if (*at != '%') continue;
-      if (expected[count] != *++at) throw "a placeholder does not fit its value";
+      if (expected[count] != *++at) throw "a placeholder does not match its value";
       ++count;
     }
     if (count != sizeof...(Values)) throw "a value has no placeholder";
@@ -60,11 +59,11 @@ class LogFormat {
   std::string_view text_;
 };
 
-/// Where all loggers write now. Defined by the layer above, which holds the log; looked up at every
-/// line and never kept.
+/// The log that all loggers write to. Defined in platform/, which owns it; never keep the
+/// reference.
 Log& currentLog() noexcept;
 
-/// Writes lines of one category to the current log. A value; logging never fails.
+/// Writes lines of one category to the current log; never fails.
 class Logger {
  public:
   explicit constexpr Logger(std::string_view category) : category_(category) {}
@@ -94,7 +93,7 @@ class Logger {
     try {
       write(level, format, {logText(values)...});
     } catch (const std::exception&) {
-      // No memory for a line: the line is lost, the operation is not.
+      // Out of memory: only the line is lost.
     }
   }
   void write(LogLevel level, std::string_view format,

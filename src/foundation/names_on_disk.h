@@ -1,7 +1,7 @@
 // SPDX-License-Identifier: Apache-2.0
-// Every name that Larkspur puts on disk, in one place: these names are its format.
+// Every name that Larkspur writes to disk. They are the on-disk format.
 //
-// The record of a service is one flat JSON object, compact and in UTF-8, kept as an extended
+// The record of a service is one flat JSON object, compact and in UTF-8, stored as an extended
 // attribute of the service's directory. It has exactly the four members below, all strings, and no
 // version number.
 #pragma once
@@ -20,7 +20,7 @@ inline constexpr char kSavedDirectory[] = "._saved";
 
 /// A scratch directory: this prefix and six random letters or digits.
 inline constexpr char kScratchPrefix[] = "larkspur-";
-/// A staging directory, hidden beside the item that is replaced or removed: likewise.
+/// A staging directory, hidden beside the item being replaced or removed: the same.
 inline constexpr char kStagingPrefix[] = ".larkspur-";
 /// The tree inside a staging directory.
 inline constexpr char kStagedTree[] = "tree";

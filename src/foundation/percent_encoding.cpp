@@ -5,7 +5,7 @@
 namespace larkspur {
 namespace {
 
-// Not the standard library's classification: that one asks the locale.
+// Not <cctype>, which depends on the locale.
 bool isAllowedInPath(char character) {
   return (character >= 'a' && character <= 'z') || (character >= 'A' && character <= 'Z') ||
          (character >= '0' && character <= '9') ||

@@ -1,5 +1,5 @@
 // SPDX-License-Identifier: Apache-2.0
-// Paths as they stand in the text of a URL.
+// Percent-encoding of the paths in file URLs.
 #pragma once
 
 #include <optional>
@@ -8,11 +8,10 @@
 
 namespace larkspur {
 
-/// The bytes with every one that a URL's path may not hold as an escape.
+/// Escapes every byte that a URL path may not contain.
 std::string percentEncoded(std::string_view path);
 
-/// The bytes behind the escapes; nothing when `text` holds a character that should be one, or an
-/// escape that is cut short.
+/// Decodes the escapes; returns nullopt for a character that needs one, or an invalid escape.
 std::optional<std::string> percentDecoded(std::string_view text);
 
 }  // namespace larkspur

@@ -1,5 +1,5 @@
 // SPDX-License-Identifier: Apache-2.0
-// The completion signal as its two lock sequences.
+// The completion signal on a `ConditionLock`.
 #include "foundation/synchronous.h"
 
 namespace larkspur {

@@ -8,12 +8,12 @@
 
 namespace larkspur {
 
-/// Pending when made, done for good after the first `signal`. Copies are the same signal; any
-/// thread may call either operation.
+/// Pending at first, done for good after the first `signal`. Copies share one state; any thread may
+/// call either operation.
 class Synchronous {
  public:
   Synchronous() = default;
-  // No moves: they copy, so that a moved-from value still has its lock.
+  // No moves: a moved-from object would have no lock.
   Synchronous(const Synchronous&) = default;
   Synchronous& operator=(const Synchronous&) = default;
   /// Marks the event as done and releases every waiter.

@@ -1,5 +1,5 @@
 // SPDX-License-Identifier: Apache-2.0
-// Well-formedness of UTF-8, by the ranges of the Unicode Standard's table 3-7.
+// Checks and repairs UTF-8 by table 3-7 of the Unicode Standard.
 #include "foundation/utf8.h"
 
 namespace larkspur {
@@ -10,7 +10,7 @@ struct Sequence {
   bool wellFormed;
 };
 
-// How many bytes follow a lead byte, and what the first of them may be; the others are 80..BF.
+// How many bytes follow a lead byte, and the range of the first of them; the others are 80..BF.
 struct Lead {
   std::size_t followers;
   unsigned char lowest = 0x80;

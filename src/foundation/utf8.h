@@ -1,5 +1,5 @@
 // SPDX-License-Identifier: Apache-2.0
-// Text out of bytes that claim to be UTF-8.
+// Checks and repairs UTF-8.
 #pragma once
 
 #include <string>
@@ -10,8 +10,7 @@ namespace larkspur {
 /// Whether the bytes are well-formed UTF-8.
 bool isUTF8(std::string_view bytes) noexcept;
 
-/// The bytes as UTF-8, each maximal ill-formed sequence replaced by one U+FFFD. Cannot fail on
-/// any input; well-formed text comes back unchanged.
+/// Replaces each maximal ill-formed sequence by one U+FFFD.
 std::string repairedUTF8(std::string_view bytes);
 
 }  // namespace larkspur

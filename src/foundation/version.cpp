@@ -1,8 +1,8 @@
 // SPDX-License-Identifier: Apache-2.0
-// The version of the library itself, which may be later than that of a client's headers.
+// The version of the library, which may be newer than the client's headers.
 #include <larkspur/larkspur.h>
 
-#define LARKSPUR_TEXT_OF(number) #number     // NOLINT: only the preprocessor makes texts of numbers
+#define LARKSPUR_TEXT_OF(number) #number     // NOLINT: only the preprocessor can do this
 #define LARKSPUR_DOTTED(major, minor, patch) /* NOLINT */ \
   LARKSPUR_TEXT_OF(major) "." LARKSPUR_TEXT_OF(minor) "." LARKSPUR_TEXT_OF(patch)
 

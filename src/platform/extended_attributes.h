@@ -1,5 +1,5 @@
 // SPDX-License-Identifier: Apache-2.0
-// Named values that live on a file or directory itself.
+// Extended attributes: named values stored with a file or directory.
 #pragma once
 
 #include <cstddef>
@@ -10,18 +10,17 @@
 
 namespace larkspur {
 
-/// Names are given without the namespace that a file system may want; the backend adds it.
-/// Links in the path are followed. Both calls answer with a negative result, and the reason in
-/// `errno`, when they fail.
+/// Names come without a namespace; the backend adds it. Links in the path are followed. On failure
+/// both calls return a negative number and set `errno`.
 class ExtendedAttributes {
  public:
   virtual ~ExtendedAttributes() = default;
 
-  /// Stores exactly `value`, in place of any earlier one.
+  /// Sets the value to exactly `value`.
   virtual int set(const FileURL& item, const std::string& name, std::string_view value) = 0;
 
-  /// Reads the value into `buffer` and returns its length. A `size` of 0 asks for the length
-  /// alone. A buffer that is too small is a failure.
+  /// Reads the value into `buffer` and returns its length; with a `size` of 0 only returns the
+  /// length. Fails if the buffer is too small.
   virtual std::ptrdiff_t get(const FileURL& item, const std::string& name, char* buffer,
                              std::size_t size) = 0;
 };

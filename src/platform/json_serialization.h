@@ -1,5 +1,5 @@
 // SPDX-License-Identifier: Apache-2.0
-// JSON text from and to dictionaries; plain code, since real bad input makes it fail.
+// Converts dictionaries to JSON and back. Not virtual: tests make it fail with bad input.
 #pragma once
 
 #include <map>
@@ -12,22 +12,22 @@
 
 namespace larkspur {
 
-/// Why a text could not be written or read; its message is the serializer's own.
+/// Thrown for what cannot be written or read as JSON; the message is the serializer's.
 class JSONError : public std::runtime_error {
  public:
   using std::runtime_error::runtime_error;
 };
 
-/// A dictionary that was read. Views into it live as long as it does, also if it is moved.
+/// A parsed dictionary. Views into it live as long as it does, even if it is moved.
 class JSONObject {
  public:
-  /// A key and its text; nothing stands for a value that is no text.
+  /// A key and its value; nullopt if the value is not a string.
   using Member = std::pair<std::string, std::optional<std::string>>;
 
-  /// Of members with the same key the last one counts.
+  /// If a key repeats, the last one counts.
   explicit JSONObject(std::vector<Member> members) : members_(std::move(members)) {}
 
-  /// The text under `key`; nothing when the key is absent or its value is no text.
+  /// The string under `key`; nullopt when the key is missing or its value is not a string.
   std::optional<std::string_view> stringForKey(std::string_view key) const;
 
  private:
@@ -36,15 +36,15 @@ class JSONObject {
 
 class JSONSerialization {
  public:
-  /// How deep arrays and objects may nest in a text that is read.
+  /// How deep arrays and objects may nest in JSON that is read.
   static constexpr std::size_t kMaximalDepth = 512;
 
-  /// The dictionary as compact JSON in UTF-8: no blanks, the solidus escaped, no final newline.
-  /// Throws `JSONError` for text that is not UTF-8.
+  /// The dictionary as compact JSON in UTF-8: no blanks, slashes escaped, no final newline. Throws
+  /// `JSONError` for strings that are not UTF-8.
   static std::string data(const std::map<std::string, std::string>& dictionary);
 
-  /// Reads any valid JSON text whose top level is an object or an array; nothing stands for an
-  /// array. Throws `JSONError` for any other text.
+  /// Reads JSON whose top level is an object, or an array, for which it returns nullopt. Throws
+  /// `JSONError` for anything else.
   static std::optional<JSONObject> object(std::string_view data);
 };
 

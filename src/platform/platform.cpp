@@ -1,5 +1,5 @@
 // SPDX-License-Identifier: Apache-2.0
-// The platform in use, and the host's way to put its own services in it.
+// Holds the platform in use and lets the host replace its services.
 #include "platform/platform.h"
 
 #include <cstdlib>
@@ -10,7 +10,7 @@
 namespace larkspur {
 namespace {
 
-// Never destroyed, so that code that runs while the process exits still finds it.
+// Never destroyed: code may still use it while the process exits.
 const Platform& systemPlatform() {
   static const Platform& platform = *new Platform(makeSystemPlatform());
   return platform;
@@ -24,7 +24,7 @@ void use(auto member, std::shared_ptr<Service> service) {
 
 }  // namespace
 
-// Here, so that each class has one home for its type information.
+// Out of line, so that each class has one vtable.
 Log::~Log() = default;
 NotificationCenter::~NotificationCenter() = default;
 AnalyticsService::~AnalyticsService() = default;

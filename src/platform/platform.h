@@ -1,5 +1,5 @@
 // SPDX-License-Identifier: Apache-2.0
-// The one place through which the library reaches the operating system.
+// The library's only access to the operating system.
 #pragma once
 
 #include <memory>
@@ -13,7 +13,7 @@
 
 namespace larkspur {
 
-/// One of each thing that a host or a test may put its own in place of.
+/// The services of the system, each replaceable by a test, some by the host.
 struct Platform {
   std::shared_ptr<FileManager> fileManager;
   std::shared_ptr<TaskLauncher> taskLauncher;
@@ -25,14 +25,14 @@ struct Platform {
   std::shared_ptr<UserDefaults> userDefaults;
 };
 
-/// The platform in use; one per process, made on first use and never destroyed, so that code that
-/// runs while the process exits still finds it. Looked up at every use and never kept.
+/// The platform in use, created on first use and never destroyed: code may still use it while the
+/// process exits. Never keep the reference.
 Platform& currentPlatform();
 
-/// The real one. Each backend defines it, and nothing else of a backend is named outside it.
+/// Creates the real platform; each backend defines it.
 Platform makeSystemPlatform();
 
-/// Says `why` on the log, in the category "Platform", and aborts the process; nothing catches it.
+/// Logs `why` in the category "Platform" and aborts the process.
 [[noreturn]] void stopProcess(const char* why) noexcept;
 
 }  // namespace larkspur

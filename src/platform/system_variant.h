@@ -1,5 +1,5 @@
 // SPDX-License-Identifier: Apache-2.0
-// What kind of system and of program the library finds itself in.
+// The kind of system and program that the library runs in.
 #pragma once
 
 #include <optional>
@@ -11,7 +11,7 @@ class SystemVariant {
  public:
   virtual ~SystemVariant() = default;
 
-  /// The identifier of the program that hosts the library; nothing where programs have none.
+  /// The identifier of the program that uses the library; nullopt where programs have none.
   virtual std::optional<std::string> bundleIdentifier() = 0;
 
   /// Whether this is an internal build of the operating system, for that program.

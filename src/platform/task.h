@@ -1,5 +1,5 @@
 // SPDX-License-Identifier: Apache-2.0
-// Running a tool as a child process and reading what it says.
+// Runs a tool as a child process and reads its output.
 #pragma once
 
 #include <memory>
@@ -10,16 +10,15 @@
 
 namespace larkspur {
 
-/// A tool that was started. Destroying it leaves neither descriptor nor child: a tool that still
-/// runs is left to itself and reaped once it has ended; it is waited for a
-/// few milliseconds at most.
+/// A running tool. The destructor waits a few milliseconds at most and leaves no descriptor; a tool
+/// that still runs is reaped later.
 class Task {
  public:
   virtual ~Task() = default;
 
-  // Each read returns all bytes of its stream, once the tool has closed it or ended. What arrives
-  // on the other stream meanwhile is set aside, however much it is, so that no order of reads can
-  // stall the tool. A failed read throws `std::system_error`.
+  // Each read returns all bytes of its stream, once the tool has closed it or ended, and buffers
+  // the other stream meanwhile: no order of reads can block the tool. A failed read throws
+  // `std::system_error`.
   virtual std::string readStandardOutputToEnd() = 0;
   virtual std::string readStandardErrorToEnd() = 0;
 };
@@ -28,12 +27,12 @@ class TaskLauncher {
  public:
   virtual ~TaskLauncher() = default;
 
-  /// Starts `executable` with exactly `arguments` behind its own name, both output streams on
-  /// pipes, standard input inherited (an empty stream where the process has none), no other
-  /// descriptor, an environment that is built and not inherited, default signal dispositions and
-  /// mask, and no terminal. It gains no privileges and, as far as the system can confine it,
-  /// changes files only below `writableDirectory` and reaches no other process and no network.
-  /// Throws `std::system_error` when it cannot be started, with `errno` left; nothing runs then.
+  /// Starts `executable` with its name and exactly `arguments`, both output streams on pipes,
+  /// standard input inherited (empty if the process has none), no other descriptor, a fixed
+  /// environment, default signal handling and mask, and no terminal. The tool gains no privileges
+  /// and, as far as the system can confine it, changes files only below `writableDirectory` and
+  /// cannot reach other processes or the network. Throws `std::system_error` and sets `errno` when
+  /// the tool cannot be started.
   virtual std::unique_ptr<Task> launch(const FileURL& executable,
                                        const std::vector<std::string>& arguments,
                                        const FileURL& writableDirectory) = 0;

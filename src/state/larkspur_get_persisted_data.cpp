@@ -10,8 +10,8 @@
 namespace larkspur {
 namespace {
 
-// Two calls: the length, then that many bytes; nothing when one of them fails. A value that shrinks
-// in between keeps a tail of zeros, which is no JSON; one that grows fails the second call.
+// Two calls: one for the length, one for the value. If the value shrinks in between, the zeros
+// behind it make it invalid JSON; if it grows, the second call fails.
 std::optional<std::string> readAttribute(const FileURL& servicePath) {
   const std::string name = on_disk::kRecordAttribute;
   ExtendedAttributes& attributes = *currentPlatform().extendedAttributes;
@@ -57,7 +57,7 @@ std::optional<std::string> LarkspurGetPersistedData::storedRecord(
   };
   try {
     std::optional<std::string> data = readAttribute(servicePath);
-    // Not thrown: every scan meets the area of saved copies, which has no record.
+    // Not thrown: every scan reads "._saved", which has no record.
     if (!data) logFailure(LarkspurError::internalError());
     return data;
   } catch (const LarkspurError& error) {
@@ -75,7 +75,7 @@ std::optional<std::string> LarkspurGetPersistedData::getPersistedValue(const Fil
     if (!systemState) return std::nullopt;
     return std::optional<std::string>(systemState->stringForKey(key));
   } catch (const std::exception&) {
-    return std::nullopt;  // Logged where it happened.
+    return std::nullopt;  // Already logged.
   }
 }
 

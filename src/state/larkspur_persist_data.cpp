@@ -78,7 +78,7 @@ bool LarkspurPersistData::hasMandatoryKeys(const SystemState& systemState) const
   if (!missing.empty()) {
     logger_.error("Missing keys for persisting system state: %s", missing);
   } else {
-    // A guard: what is no subset misses a member.
+    // Unreachable: a non-subset misses a key.
     logger_.error("Unknown error: mandatoryKeys: %s, allKeys: %s", keyList(mandatoryKeys()),
                   keyList(allKeys));
   }

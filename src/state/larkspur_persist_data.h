@@ -12,25 +12,24 @@
 
 namespace larkspur {
 
-/// Made for one write of one record onto one service's directory.
+/// Writes one record to one service's directory.
 class LarkspurPersistData {
  public:
   using SystemState = std::map<std::string, std::string>;
 
-  /// The keys that a record must hold; one set per process.
+  /// The keys that a record must contain; one set per process.
   static const std::set<std::string>& mandatoryKeys();
 
-  /// Takes the texts as they are, empty ones too.
+  /// Accepts any strings, empty ones too.
   LarkspurPersistData(FileURL servicePath, std::string declarationVersion,
                       std::string declarationIdentifier, std::string hashSHA256,
                       std::string contentType);
   virtual ~LarkspurPersistData() = default;
 
-  /// Stores the record in place of any earlier one. Throws `internalError`, with the directory
-  /// as it was.
+  /// Replaces any earlier record. Throws `internalError` and leaves the directory unchanged.
   virtual void persistSystemState();
 
-  /// Whether every mandatory key is in `systemState`; says on the log which are not.
+  /// Whether `systemState` contains every mandatory key; logs the missing ones.
   virtual bool hasMandatoryKeys(const SystemState& systemState) const;
 
  private:

@@ -1,5 +1,5 @@
 // SPDX-License-Identifier: Apache-2.0
-// Puts an archive's contents into the service's directory; what happens when it is refused.
+// Unpacks an archive into the service's directory, and removes the service if it is refused.
 #include <larkspur/larkspur_framework.h>
 
 #include "foundation/error_number.h"
@@ -23,15 +23,15 @@ void LarkspurFramework::addOrUpdateService(const std::string& serviceType,
   try {
     Utilities::shared().unzipArchive(archiveURL, directory);
   } catch (const LarkspurError&) {
-    // A refused archive leaves no service at all, also no earlier good version.
+    // A refused archive leaves no service, not even the earlier version.
     try {
       removeItem(directory);
     } catch (const std::exception&) {
-      // Said on the log; the refusal is what the caller hears about.
+      // Already logged; the caller gets the first error.
     }
     throw;
   } catch (const std::exception& failure) {
-    // A failure that is not understood touches nothing.
+    // A system call failed; the archive is not to blame, so the service stays.
     const int code = errorNumber(failure);
     logger_->error("Unexpected error unzipping from command line: %d", code);
     throw LarkspurError::unexpectedError();

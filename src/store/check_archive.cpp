@@ -1,6 +1,6 @@
 // SPDX-License-Identifier: Apache-2.0
-// Tells whether an install would take an archive, without one: a bad archive costs its service
-// the tree.
+// Checks whether an install would accept an archive: installing a bad one removes the service's
+// tree.
 #include <optional>
 
 #include <larkspur/larkspur_framework.h>

@@ -1,6 +1,6 @@
 // SPDX-License-Identifier: Apache-2.0
-// Tells an update from a rename and from an intrusion: deletes services that the declaration had
-// under another type, then refuses a service that belongs to another declaration.
+// Tells updates from renames: deletes the declaration's services of other types, then refuses to
+// update a service of another declaration.
 #include <larkspur/larkspur_framework.h>
 
 #include "foundation/logger.h"
@@ -32,7 +32,7 @@ void LarkspurFramework::deleteRenamedServices(const std::string& serviceType,
     logger_->info("serviceType %s is renamed to %s... deleting old configuration at %s",
                   oldServiceType, serviceType, entry);
     const auto version = LarkspurGetPersistedData().getDeclarationVersion(entry);
-    // By version key, not by entry: the first service that carries the key goes.
+    // By version key, not by entry: deletes the first service with that key.
     if (version) deleteService(*version);
   }
 }

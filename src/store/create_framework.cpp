@@ -1,5 +1,5 @@
 // SPDX-License-Identifier: Apache-2.0
-// Start-up: finds the notification center and the managed root, and makes a missing root.
+// Start-up: finds the notification center and the managed root, and creates a missing root.
 #include <cerrno>
 #include <cstdlib>
 #include <utility>
@@ -16,12 +16,12 @@ namespace {
 
 constexpr unsigned kRootMode = 0755;
 
-// Start-up throws nothing, so a root that has no location ends here.
+// Start-up never throws, so an invalid path stops the process.
 FileURL locationOfRoot(const std::string& path) {
   try {
     return Utilities::shared().urlForLocation(path);
   } catch (const LarkspurError&) {
-    stopProcess("the path of the managed root is no location");
+    stopProcess("the path of the managed root is not valid");
   }
 }
 
@@ -75,7 +75,7 @@ std::unique_ptr<LarkspurFramework> LarkspurFramework::createFramework(const std:
   } catch (const std::exception& failure) {
     const int code = errorNumber(failure);
     logger.error("FileManager createDirectory %s failed with error: %d", path, code);
-    // A host that cannot have its managed root does not go on.
+    // The library cannot work without its root.
     std::exit(-1);
   }
   framework->setIsDefaultPathExists(true);
@@ -102,7 +102,7 @@ bool& LarkspurFramework::modifyIsDefaultPathExists() { return isDefaultPathExist
 
 const FileURL& LarkspurFramework::root() const {
   const std::optional<FileURL>& url = larkspurPathURL();
-  if (!url) stopProcess("the location of the managed root is absent");
+  if (!url) stopProcess("the managed root has no URL");
   return *url;
 }
 
@@ -113,7 +113,7 @@ void LarkspurFramework::requireReadiness() const {
 }
 
 void LarkspurFramework::announceChange(const std::string& name) const {
-  // Absent only where a client declared an object ready that start-up had not.
+  // Null only if the client marked an object as ready that start-up had not.
   if (darwin_) darwin_->post(name);
 }
 

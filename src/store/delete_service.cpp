@@ -1,5 +1,5 @@
 // SPDX-License-Identifier: Apache-2.0
-// The deletion of a service, found by the declaration version that installed it.
+// Deletes the service that a declaration version installed.
 #include <cerrno>
 #include <utility>
 

@@ -1,6 +1,6 @@
 // SPDX-License-Identifier: Apache-2.0
-// Finding services by the declaration that installed them. There is no cache: each lookup reads
-// the record of every entry under the root afresh.
+// Finds services by declaration. Nothing is cached: each lookup reads the record of every entry
+// under the root.
 #include <larkspur/larkspur_framework.h>
 
 #include "foundation/logger.h"

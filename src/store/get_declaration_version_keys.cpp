@@ -1,5 +1,5 @@
 // SPDX-License-Identifier: Apache-2.0
-// The version keys of all services, and how many services that makes.
+// Lists the version keys of all services, and counts the services.
 #include <set>
 
 #include <larkspur/larkspur_framework.h>
@@ -21,7 +21,7 @@ std::vector<std::string> LarkspurFramework::getDeclarationVersionKeys() {
   return keys;
 }
 
-// Services that carry the same version key count once.
+// Services with the same version key count once.
 std::int64_t LarkspurFramework::numberOfManagedServices() {
   const std::vector<std::string> keys = getDeclarationVersionKeys();
   const std::set<std::string_view> distinct(keys.begin(), keys.end());

@@ -1,5 +1,5 @@
 // SPDX-License-Identifier: Apache-2.0
-// The intake of one archive: what is checked, what is done, and in which order.
+// Installs one archive: the checks and the steps, in order.
 #include <algorithm>
 
 #include <larkspur/larkspur_framework.h>
@@ -12,9 +12,8 @@
 
 namespace larkspur {
 
-// The first failure ends the intake, and nothing done before it is undone. A listener that reacts
-// to the announcement at once may still read the previous record: it goes out before the new one
-// is written.
+// The first failure ends the install, and nothing is rolled back. The notification goes out before
+// the record is written, so a fast listener may still read the previous record.
 void LarkspurFramework::installArchive(const std::string& serviceType, const FileURL& archiveURL,
                                        const std::string& contentType,
                                        const std::string& declarationVersionKey,

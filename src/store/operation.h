@@ -1,11 +1,11 @@
 // SPDX-License-Identifier: Apache-2.0
-// What belongs to one whole operation, also where one operation calls another.
+// Tracks nested operations, so that only the outermost one flushes the disk.
 #pragma once
 
 namespace larkspur {
 
-/// Lives for the duration of an operation that changes the store. An install that deletes a
-/// renamed service is one operation: only the outermost flushes, and the disk is flushed once.
+/// Exists while an operation changes the store. An install that deletes a renamed service is one
+/// operation and flushes once.
 class Operation {
  public:
   Operation() { ++depth; }

@@ -1,5 +1,5 @@
 // SPDX-License-Identifier: Apache-2.0
-// The read-only copy of the archive that each service was last installed from.
+// Keeps a read-only copy of each service's last archive.
 #include <larkspur/larkspur_framework.h>
 
 #include "foundation/logger.h"
@@ -8,6 +8,7 @@
 #include "utilities/utilities.h"
 
 namespace larkspur {
+
 void LarkspurFramework::saveServiceCopy(const std::string& serviceType, const FileURL& archiveURL) {
   const FileURL directory = savedCopyURL(serviceType);
   if (currentPlatform().fileManager->existence(directory) != Existence::nothing) {

@@ -1,5 +1,5 @@
 // SPDX-License-Identifier: Apache-2.0
-// What lies directly under the managed root, the area of saved copies included.
+// Lists the entries of the managed root, "._saved" included.
 #include <larkspur/larkspur_framework.h>
 
 #include "foundation/attempt.h"

@@ -1,5 +1,5 @@
 // SPDX-License-Identifier: Apache-2.0
-// The records of all services with their types, for a client that compares them with its own list.
+// Lists all services with their records, for clients that compare them with their own list.
 #include <larkspur/larkspur_framework.h>
 
 #include "foundation/names_on_disk.h"
@@ -12,7 +12,7 @@ std::optional<JSONObject> readableRecord(const FileURL& entry) {
   try {
     return LarkspurGetPersistedData().getSystemState(entry);
   } catch (const LarkspurError&) {
-    return std::nullopt;  // Logged where it happened.
+    return std::nullopt;  // Already logged.
   }
 }
 

@@ -1,5 +1,5 @@
 // SPDX-License-Identifier: Apache-2.0
-// Which service types may be managed: all but those of the reserved namespace, and a list of these.
+// Refuses service types with the reserved prefix, except those on the allowed list.
 #include <algorithm>
 
 #include <larkspur/larkspur_error.h>
@@ -22,8 +22,7 @@ void Utilities::admitServiceType(const std::string& serviceType) {
   throw LarkspurError::reservedServiceType();
 }
 
-// On internal builds a user default admits one more service type. It is appended on every call,
-// again if need be.
+// On internal builds a user default admits one more service type. Every call appends it again.
 void Utilities::applyDevelopmentOverride() {
   SystemVariant& variant = *currentPlatform().systemVariant;
   if (!variant.hasInternalUI(variant.bundleIdentifier())) return;

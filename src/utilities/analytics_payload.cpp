@@ -1,5 +1,5 @@
 // SPDX-License-Identifier: Apache-2.0
-// The figures of an analytics event.
+// Builds the payload of an analytics event.
 #include <cmath>
 #include <limits>
 
@@ -9,7 +9,7 @@
 namespace larkspur {
 namespace {
 
-// Halves round away from zero: 1234 gives 1230, 1235 gives 1240, 5 gives 10.
+// Rounds halves away from zero: 1234 to 1230, 1235 to 1240, 5 to 10.
 std::int64_t toNearestTen(std::int64_t bytes) {
   const double tens = std::round(static_cast<double>(bytes) / 10.0);
   constexpr std::int64_t kMostTens = std::numeric_limits<std::int64_t>::max() / 10;

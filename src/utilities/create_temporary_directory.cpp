@@ -1,5 +1,5 @@
 // SPDX-License-Identifier: Apache-2.0
-// The fresh scratch directory that every archive is unpacked into.
+// Creates the scratch directory that an archive is unpacked into.
 #include <larkspur/larkspur_error.h>
 
 #include "foundation/attempt.h"

@@ -1,5 +1,5 @@
 // SPDX-License-Identifier: Apache-2.0
-// The guard against archives that carry links, and the pass that makes a tree read-only.
+// Refuses symbolic links in an unpacked tree and sets its modes.
 #include <larkspur/larkspur_error.h>
 
 #include "platform/platform.h"

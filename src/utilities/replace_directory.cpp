@@ -1,5 +1,5 @@
 // SPDX-License-Identifier: Apache-2.0
-// Swapping a directory into place, copying an item, and finding a location.
+// Swaps a directory into place, copies an item, and turns a path into a URL.
 #include <cerrno>
 
 #include <larkspur/larkspur_error.h>
@@ -32,7 +32,7 @@ void Utilities::copyItem(const FileURL& source, const FileURL& directory) const 
 }
 
 FileURL Utilities::urlForLocation(const std::string& path) const {
-  if (!isUTF8(path)) stopProcess("a location that is not UTF-8 has no URL");
+  if (!isUTF8(path)) stopProcess("a path that is not UTF-8 has no URL");
   const std::optional<FileURL> url = FileURL::parse("file://" + percentEncoded(path));
   if (!url) {
     const int code = errno;

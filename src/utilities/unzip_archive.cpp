@@ -1,5 +1,5 @@
 // SPDX-License-Identifier: Apache-2.0
-// Unpacks an archive with the system's unzip, vets what came out and swaps it into place.
+// Unpacks an archive with the system's unzip, checks the result and swaps it into place.
 #include <larkspur/larkspur_error.h>
 
 #include "foundation/attempt.h"
@@ -33,7 +33,7 @@ void Utilities::unpackArchive(const FileURL& archive, const FileURL& temporaryDi
       },
       [&](int code) { logger_.error("Error running unzip from command line, errno: %d", code); },
       LarkspurError::unzipFailed());
-  // Does not wait for the tool: only the reads below do, by reaching the ends of its streams.
+  // Does not wait for the tool; the reads below do, until its streams end.
   launched.signal();
   launched.wait();
 
@@ -43,7 +43,7 @@ void Utilities::unpackArchive(const FileURL& archive, const FileURL& temporaryDi
     logger_.debug("unzip configuration file cmdline output: %s", repairedUTF8(output));
   }
 
-  // What the tool says decides, and not its exit status.
+  // The tool's error output decides, not its exit status.
   if (!errors.empty()) {
     logger_.error("unzip configuration file from cmdline failed with error: %s",
                   repairedUTF8(errors));

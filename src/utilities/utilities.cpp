@@ -1,11 +1,11 @@
 // SPDX-License-Identifier: Apache-2.0
-// The one instance that the process shares, and the name of a change.
+// The shared instance, and the name of a change notification.
 #include "utilities/utilities.h"
 
 namespace larkspur {
 
 Utilities& Utilities::shared() {
-  // Never destroyed, so that code that runs while the process exits still finds it.
+  // Never destroyed: code may still use it while the process exits.
   static Utilities& utilities = *new Utilities;
   return utilities;
 }

@@ -1,5 +1,5 @@
 // SPDX-License-Identifier: Apache-2.0
-// File and archive work for the store, one source file per idea.
+// File and archive operations for the store, each in its own source file.
 #pragma once
 
 #include <cstdint>
@@ -14,7 +14,7 @@
 
 namespace larkspur {
 
-/// The name of the event that an install and a deletion send to analytics.
+/// The name of the analytics event of an install or deletion.
 inline constexpr char kAnalyticsEventName[] = "com.corvid.Larkspur";
 
 /// Each operation logs its own failures in the category "Utilities" and throws `LarkspurError`.
@@ -24,35 +24,32 @@ class Utilities {
   /// The one instance of the process, made on first use and never destroyed.
   static Utilities& shared();
 
-  /// A new, empty directory on the volume of the home directory; the caller owns it. Throws
-  /// `internalError`; what was made by then stays.
+  /// Creates an empty directory on the volume of the home directory; the caller owns it. Throws
+  /// `internalError` and does not clean up.
   FileURL createTemporaryDirectory() const;
 
-  /// Unpacks the zip archive into the empty `temporaryDirectory`, in modes 0755 and 0444. Throws
-  /// `unzipFailed`, `symbolicLinksNotAllowed` or the system's own error, with what was unpacked
-  /// left there.
+  /// Unpacks the zip archive into the empty `temporaryDirectory`, with modes 0755 and 0444. Throws
+  /// `unzipFailed`, `symbolicLinksNotAllowed` or `std::system_error`, and leaves what was unpacked.
   void unpackArchive(const FileURL& archive, const FileURL& temporaryDirectory) const;
 
-  /// Replaces the directory at `destination` by the contents of the zip archive, in modes 0755
-  /// and 0444. Throws `internalError`, `unzipFailed`, `symbolicLinksNotAllowed` or the system's
-  /// own error, with `destination` as before and the scratch directory left where it was made.
+  /// Replaces the directory at `destination` by the contents of the zip archive, with modes 0755
+  /// and 0444. Throws `internalError`, `unzipFailed`, `symbolicLinksNotAllowed` or
+  /// `std::system_error`; then `destination` is unchanged and the scratch directory stays.
   void unzipArchive(const FileURL& archive, const FileURL& destination) const;
 
-  /// Moves `source` into the place of `destination`, whose old contents are gone then. Throws
-  /// `internalError` with the old contents in place.
+  /// Moves `source` to `destination` and removes what was there. Throws `internalError` and leaves
+  /// `destination` unchanged.
   void replaceDirectory(const FileURL& source, const FileURL& destination) const;
 
-  /// Copies the item itself into `directory`, under its own name; never overwrites. Throws
-  /// `internalError`.
+  /// Copies an item into `directory` under its name; never overwrites. Throws `internalError`.
   void copyItem(const FileURL& source, const FileURL& directory) const;
 
-  /// The location of an absolute path. Throws `internalError` when `path` makes no URL; a path
-  /// that is not UTF-8 stops the process.
+  /// The URL of an absolute path. Throws `internalError` when there is none; a path that is not
+  /// UTF-8 aborts the process.
   FileURL urlForLocation(const std::string& path) const;
 
-  /// Makes everything below `directory` 0755 or 0444 as the walk goes. Throws
-  /// `symbolicLinksNotAllowed` at the first link, or the system's own error; what was changed by
-  /// then stays changed. A missing directory is an empty one.
+  /// Sets everything below `directory` to 0755 or 0444. Throws `symbolicLinksNotAllowed` at the
+  /// first link, or `std::system_error`; earlier changes stay. A missing directory counts as empty.
   void enumerateFiles(const FileURL& directory) const;
 
   /// Returns when the service type may be managed; throws `reservedServiceType` otherwise.
@@ -61,11 +58,11 @@ class Utilities {
   /// The service types of the reserved namespace that are admitted.
   const std::vector<std::string>& allowedServiceTypes() const { return allowedServiceTypes_; }
 
-  /// The name under which a change of the service is announced.
+  /// The name of the notification that announces a change of the service.
   std::string changedNotificationName(const std::string& serviceType) const;
 
-  /// What the analytics event tells; the size is that of `archive` in bytes, to the nearest 10.
-  /// Throws the system's own error when the size cannot be read.
+  /// The payload of the analytics event; the size of `archive` is in bytes, to the nearest 10.
+  /// Throws `std::system_error` when the size cannot be read.
   AnalyticsPayload analyticsPayload(const std::string& serviceType,
                                     const std::optional<FileURL>& archive,
                                     std::int64_t numberOfManagedServices, bool enabled) const;

@@ -1,5 +1,5 @@
 // SPDX-License-Identifier: Apache-2.0
-// The C interface: what each call reports, and that nothing else comes out of it.
+// The C interface: what each call reports, and that no exception escapes.
 #include <larkspur/larkspur_c.h>
 #include <sys/stat.h>
 #include <sys/xattr.h>
@@ -11,8 +11,8 @@ namespace larkspur::test {
 
 class CInterfaceTest : public RecordedTest {
  protected:
-  // Code, number, message and detail, with the test's directory as "$".
-  std::string said(int code) {
+  // Error code, errno, message and detail, with the test's directory as "$".
+  std::string resultOf(int code) {
     EXPECT_EQ(code, error.code);
     return std::to_string(code) + " " + std::to_string(error.system_errno) + " " +
            shortened(error.message) + " | " + shortened(error.detail);
@@ -59,14 +59,14 @@ TEST_F(CInterfaceTest, BadArguments) {
   };
   using Options = larkspur_install_options;
   const auto expect = [&](int code, const char* message) {
-    EXPECT_EQ(said(code), "32 0 " + std::string(message) + " | ");
+    EXPECT_EQ(resultOf(code), "32 0 " + std::string(message) + " | ");
   };
   expect(larkspur_open(nullptr, &none, &error), "root is NULL");
   EXPECT_EQ(none, nullptr);
   expect(open(root(), nullptr), "store is NULL");
   expect(larkspur_use_hooks(nullptr, &error), "hooks is NULL");
   expect(hooks(sizeof(larkspur_hooks) - 1, 0), "size is not sizeof(larkspur_hooks)");
-  expect(hooks(sizeof(larkspur_hooks), 3), "log_level is no level");
+  expect(hooks(sizeof(larkspur_hooks), 3), "log_level is not a level");
   expect(hooks(sizeof(larkspur_hooks), 0), "hooks cannot change while a store is open");
   expect(larkspur_check_archive(nullptr, "x", &error), "store is NULL");
   expect(larkspur_check_archive(store, nullptr, &error), "archive is NULL");
@@ -84,12 +84,11 @@ TEST_F(CInterfaceTest, BadArguments) {
   expect(install(&Options::service_type, nullptr), "service_type is NULL");
   expect(install(&Options::service_type, ""), "service_type is empty");
   expect(install(&Options::service_type, "a\xC0\x80"), "service_type is not UTF-8");
-  expect(install(&Options::service_type, "a/b"), "service_type holds a slash");
+  expect(install(&Options::service_type, "a/b"), "service_type contains a slash");
   expect(install(&Options::service_type, std::string(256, 'a').c_str()),
          "service_type is longer than 255 bytes");
   for (const char* name : {".", "..", "._saved", ".larkspur-abcdef"})
-    expect(install(&Options::service_type, name),
-           "service_type is a name that the root keeps for itself");
+    expect(install(&Options::service_type, name), "service_type is a reserved name");
   expect(install(&Options::archive, nullptr), "archive is NULL");
   expect(install(&Options::version, "\xF4\x90\x80\x80"), "version is not UTF-8");
   expect(install(&Options::identifier, nullptr), "identifier is NULL");
@@ -103,10 +102,10 @@ TEST_F(CInterfaceTest, BadArguments) {
 
 TEST_F(CInterfaceTest, Roots) {
   larkspur_store* other = nullptr;
-  EXPECT_EQ(said(open("a/b", &other)), "32 0 root is not an absolute path | ");
-  EXPECT_EQ(said(open("", &other)), "32 0 root is not an absolute path | ");
-  EXPECT_EQ(said(open("/\xFF", &other)), "32 0 root is not UTF-8 | ");
-  EXPECT_EQ(said(open(archive, &other)),
+  EXPECT_EQ(resultOf(open("a/b", &other)), "32 0 root is not an absolute path | ");
+  EXPECT_EQ(resultOf(open("", &other)), "32 0 root is not an absolute path | ");
+  EXPECT_EQ(resultOf(open("/\xFF", &other)), "32 0 root is not UTF-8 | ");
+  EXPECT_EQ(resultOf(open(archive, &other)),
             "34 17 filesystem error: cannot create directory: File exists [$/good.zip] | ");
   EXPECT_EQ(open("/proc/none", &other), LARKSPUR_SYSTEM_ERROR);
   EXPECT_EQ(open("/" + std::string(256, 'a'), &other), LARKSPUR_SYSTEM_ERROR);
@@ -114,10 +113,10 @@ TEST_F(CInterfaceTest, Roots) {
   EXPECT_EQ(other, nullptr);
 
   const mode_t mask = ::umask(077);
-  EXPECT_EQ(said(open(directory() / "a/é", &other)), "0 0  | ");
+  EXPECT_EQ(resultOf(open(directory() / "a/é", &other)), "0 0  | ");
   ::umask(mask);
   EXPECT_EQ(snapshot(directory())["a"] + snapshot(directory())["a/é"], "d755d755");
-  // Both are in use at once, each with its own root.
+  // Two stores, each with its own root.
   EXPECT_EQ(larkspur_install(store, &options, nullptr), LARKSPUR_OK);
   options.version = "v2";
   EXPECT_EQ(larkspur_install(other, &options, nullptr), LARKSPUR_OK);
@@ -126,7 +125,7 @@ TEST_F(CInterfaceTest, Roots) {
   larkspur_close(other);
 
   wrap<ForwardingNotificationCenter>(&Platform::notificationCenter, failOn("open", ENOENT));
-  EXPECT_EQ(said(open(root(), &other)),
+  EXPECT_EQ(resultOf(open(root(), &other)),
             "33 0 the system has no notification center | Failed getting darwin notification "
             "center. errno: 2");
   EXPECT_EQ(other, nullptr);
@@ -136,44 +135,44 @@ TEST_F(CInterfaceTest, EveryCode) {
   const std::string saved = "Getting system state for $/root/._saved failed with error: ";
   const std::string scan = saved + "Internal Error";
   char* type = nullptr;
-  EXPECT_EQ(said(larkspur_find(store, "v1", &type, &error)),
+  EXPECT_EQ(resultOf(larkspur_find(store, "v1", &type, &error)),
             "2 0 Managed service not found for v1 | ");
   EXPECT_EQ(type, nullptr);
-  options.size += 100;  // as a later version of the struct
-  EXPECT_EQ(said(larkspur_install(store, &options, &error)), "0 0  | " + scan);
-  EXPECT_EQ(said(larkspur_find(store, "v1", &type, &error)).substr(0, 4), "0 0 ");
+  options.size += 100;  // like a later version of the struct
+  EXPECT_EQ(resultOf(larkspur_install(store, &options, &error)), "0 0  | " + scan);
+  EXPECT_EQ(resultOf(larkspur_find(store, "v1", &type, &error)).substr(0, 4), "0 0 ");
   EXPECT_STREQ(type, "com.example.vpn");
   larkspur_free(type);
 
   const auto install = [&](auto member, auto value) {
     larkspur_install_options changed = options;
     changed.*member = value;
-    return said(larkspur_install(store, &changed, &error));
+    return resultOf(larkspur_install(store, &changed, &error));
   };
   using Options = larkspur_install_options;
   EXPECT_EQ(install(&Options::content_type, "text/plain").substr(0, 4), "1 0 ");
   EXPECT_EQ(install(&Options::identifier, "d2").substr(0, 4), "3 0 ");
   EXPECT_EQ(install(&Options::service_type, "com.corvid.none").substr(0, 4), "5 0 ");
   const std::string link = writeFile(directory() / "l.zip", zipBytes({zipLink("a", "b")})).path();
-  EXPECT_EQ(said(larkspur_check_archive(store, link.c_str(), &error)).substr(0, 4), "6 0 ");
+  EXPECT_EQ(resultOf(larkspur_check_archive(store, link.c_str(), &error)).substr(0, 4), "6 0 ");
   EXPECT_NE(install(&Options::archive, "/missing.zip").find(scan + "\nunzip configuration file"),
             std::string::npos);
   EXPECT_EQ(error.code, LARKSPUR_UNZIP_FAILED);
   allowScratchDirectories(1);
-  EXPECT_EQ(said(larkspur_delete(store, "v1", &error)).substr(0, 4), "2 0 ");
+  EXPECT_EQ(resultOf(larkspur_delete(store, "v1", &error)).substr(0, 4), "2 0 ");
 
   const auto failing = [&](const char* call, const auto& failure) {
     const ScopedPlatform scope;
     hookEverySeam([&](const char* name) {
       if (std::string(call) == name) throw failure;
     });
-    return said(larkspur_install(store, &options, &error));
+    return resultOf(larkspur_install(store, &options, &error));
   };
   const std::system_error full(ENOSPC, std::generic_category(), "write");
   EXPECT_EQ(failing("replaceItem", full).substr(0, 4), "7 0 ");
   EXPECT_EQ(failing("fileSize", full).substr(0, 5), "34 28");
   EXPECT_EQ(failing("fileSize", std::bad_alloc()),
-            "35 0 out of memory | " + scan + "\n" + scan);  // of the sweep and of the count
+            "35 0 out of memory | " + scan + "\n" + scan);  // once for renames, once for the count
   EXPECT_EQ(failing("enumerate", full).substr(0, 4), "8 0 ");
   allowScratchDirectories(scratchDirectories());
   EXPECT_EQ(larkspur_delete(store, "v1", nullptr), LARKSPUR_OK);
@@ -181,7 +180,7 @@ TEST_F(CInterfaceTest, EveryCode) {
 
 TEST_F(CInterfaceTest, ListsEveryService) {
   larkspur_service** list = nullptr;
-  ASSERT_EQ(said(larkspur_services(store, &list, &error)), "0 0  | ");
+  ASSERT_EQ(resultOf(larkspur_services(store, &list, &error)), "0 0  | ");
   EXPECT_EQ(list[0], nullptr);
   larkspur_free_services(list);
   const std::string record = R"({"declarationVersionKey":"1","contentType":"a\u0000b"})";
@@ -201,7 +200,7 @@ TEST_F(CInterfaceTest, ListsEveryService) {
   EXPECT_TRUE(types == "ab" || types == "ba") << types;
 }
 
-TEST_F(CInterfaceTest, DetailIsCutAtACharacter) {
+TEST_F(CInterfaceTest, DetailIsNotCutInsideACharacter) {
   std::string path = directory();
   for (int parts = 0; parts < 5; ++parts) {
     path += "/";
@@ -212,7 +211,7 @@ TEST_F(CInterfaceTest, DetailIsCutAtACharacter) {
     EXPECT_GE(std::string(error.detail).size(), sizeof error.detail - 2);
     EXPECT_TRUE(isUTF8(error.detail));
   }
-  // The latest lines stay.
+  // The latest lines are kept.
   for (int entry = 10; entry < 30; ++entry)
     std::filesystem::create_directory(root() / std::to_string(entry));
   EXPECT_EQ(larkspur_install(store, &options, &error), LARKSPUR_OK);
@@ -222,37 +221,37 @@ TEST_F(CInterfaceTest, DetailIsCutAtACharacter) {
       R"((Getting system state for \$/root/\S+ failed with error: Internal Error(\n|$))+)"));
 }
 
-struct Heard {
+struct Calls {
   std::string lines;
-  static void log(void* heard, int level, const char* category, const char*) {
-    static_cast<Heard*>(heard)->lines += std::to_string(level) + category + " ";
+  static void log(void* calls, int level, const char* category, const char*) {
+    static_cast<Calls*>(calls)->lines += std::to_string(level) + category + " ";
   }
-  static void change(void* heard, const char* name) {
-    static_cast<Heard*>(heard)->lines += std::string(name) + " ";
+  static void change(void* calls, const char* name) {
+    static_cast<Calls*>(calls)->lines += std::string(name) + " ";
   }
-  static void event(void* heard, const char* type, int enabled, long long size, long long count) {
-    static_cast<Heard*>(heard)->lines += std::string(type) + " " + std::to_string(enabled) + " " +
+  static void event(void* calls, const char* type, int enabled, long long size, long long count) {
+    static_cast<Calls*>(calls)->lines += std::string(type) + " " + std::to_string(enabled) + " " +
                                          std::to_string(size) + " " + std::to_string(count) + " ";
   }
 };
 
-TEST_F(CInterfaceTest, HooksHearWhatHappens) {
+TEST_F(CInterfaceTest, HooksAreCalled) {
   close();
-  Heard heard;
-  larkspur_hooks hooks{sizeof hooks, &heard, Heard::log, Heard::change, Heard::event, 0};
+  Calls calls;
+  larkspur_hooks hooks{sizeof hooks, &calls, Calls::log, Calls::change, Calls::event, 0};
   ASSERT_EQ(larkspur_use_hooks(&hooks, &error), LARKSPUR_OK);
   ASSERT_EQ(open(root(), &store), LARKSPUR_OK);
   EXPECT_EQ(larkspur_install(store, &options, &error), LARKSPUR_OK);
-  EXPECT_EQ(heard.lines, "kLarkspurChanged_com.example.vpn 0GetPersistedData Other 1 120 1 ");
+  EXPECT_EQ(calls.lines, "kLarkspurChanged_com.example.vpn 0GetPersistedData Other 1 120 1 ");
   EXPECT_NE(error.detail[0], '\0');
   close();
 
-  hooks = {sizeof hooks, &heard, Heard::log, nullptr, nullptr, LARKSPUR_LOG_INFO};
-  heard.lines.clear();
+  hooks = {sizeof hooks, &calls, Calls::log, nullptr, nullptr, LARKSPUR_LOG_INFO};
+  calls.lines.clear();
   ASSERT_EQ(larkspur_use_hooks(&hooks, &error), LARKSPUR_OK);
   wrap<ForwardingNotificationCenter>(&Platform::notificationCenter, failOn("open", ENOENT));
   EXPECT_EQ(open(root(), &store), LARKSPUR_NOT_READY);
-  EXPECT_EQ(heard.lines, "0Framework ");
+  EXPECT_EQ(calls.lines, "0Framework ");
 }
 
 }  // namespace larkspur::test

@@ -1,6 +1,6 @@
 // SPDX-License-Identifier: Apache-2.0
-// Lets a build with coverage counters count what runs in forked children: they leave by `_exit` or
-// `abort`, at which the counters would not be written.
+// Writes coverage counters in forked children, which leave by `_exit` or `abort` and would lose
+// them.
 #include <signal.h>
 #include <sys/syscall.h>
 #include <unistd.h>

@@ -1,5 +1,5 @@
 // SPDX-License-Identifier: Apache-2.0
-// Locations as paths and as text, with the components that trip other path types.
+// File URLs: paths, strings, and components that other path types get wrong.
 #include <gtest/gtest.h>
 #include <larkspur/file_url.h>
 
@@ -22,7 +22,7 @@ TEST(FileURLTest, Components) {
   EXPECT_EQ(FileURL("-x").path(), std::filesystem::current_path().string() + "/-x");
 }
 
-TEST(FileURLTest, TextThereAndBack) {
+TEST(FileURLTest, RoundTrip) {
   std::string every = "/";
   for (int byte = 1; byte < 256; ++byte) every += static_cast<char>(byte);
   for (const std::string& path : {every, std::string("/%41"), std::string("/a\0b", 4)}) {

@@ -1,5 +1,5 @@
 // SPDX-License-Identifier: Apache-2.0
-// What a log line costs, and that it never fails.
+// Disabled log lines cost nothing, and logging never fails.
 #include "foundation/logger.h"
 
 #include <gtest/gtest.h>
@@ -8,13 +8,13 @@
 
 namespace larkspur::test {
 
-// A value that must not be looked at while its level is off.
+// A value that must not be formatted while its level is disabled.
 struct Costly : std::exception {
   const char* what() const noexcept override { return ++looked, "100%s"; }
   static inline int looked = 0;
 };
 
-TEST(LoggerTest, ALevelThatIsOffCostsNothing) {
+TEST(LoggerTest, DisabledLevelsCostNothing) {
   const ScopedPlatform scope;
   const auto recorder = recordSignals();
   for (const LogLevel level : {LogLevel::error, LogLevel::info}) {

@@ -1,5 +1,5 @@
 // SPDX-License-Identifier: Apache-2.0
-// The repair of text that is not UTF-8: one replacement for each maximal ill-formed sequence.
+// Checking and repairing UTF-8.
 #include "foundation/utf8.h"
 
 #include <gtest/gtest.h>

@@ -1,5 +1,5 @@
 // SPDX-License-Identifier: Apache-2.0
-// Whatever bytes an attribute holds, reading them ends in a record, in nothing, or in an error.
+// Reading any bytes as a record ends in a record, nullopt or an error.
 #include <cstdint>
 #include <cstdlib>
 

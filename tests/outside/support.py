@@ -1,5 +1,5 @@
 # SPDX-License-Identifier: Apache-2.0
-"""What the tests of the installed interfaces share: a bus, a root, archives and snapshots.
+"""Shared by the tests of the installed interfaces: a bus, a root, archives and snapshots.
 
     LARKSPUR_LIBRARY=build/dev/liblarkspur.so PYTHONPATH=bindings/python \
         python3 tests/outside/test_package.py
@@ -26,9 +26,9 @@ import larkspur
 
 VPN = "com.example.vpn"
 CHANGED = "kLarkspurChanged_"
-SKIPPED = 77  # As tests/CMakeLists.txt has it.
+SKIPPED = 77  # See tests/CMakeLists.txt.
 
-# What a stock system bus lets a connection without a name do: broadcast, and talk to the bus.
+# The rules of a stock system bus for unnamed connections: broadcast, and talk to the bus.
 _POLICY = """<auth>EXTERNAL</auth><policy context="default">
   <allow user="*"/><deny own="*"/><deny send_type="method_call"/><allow send_type="signal"/>
   <allow receive_type="signal"/><allow receive_type="method_return"/><allow receive_type="error"/>
@@ -51,7 +51,7 @@ class PrivateBus:
             policy = f"<listen>{self.address}</listen>{_POLICY}{policy}"
             configuration.write(f"<busconfig>{policy}</busconfig>")
             configuration.flush()
-            # It ends with this process, however that ends.
+            # The daemon ends with this process, even if that is killed.
             command = ["setpriv", "--pdeathsig", "KILL", "dbus-daemon", "--nofork", "--nopidfile"]
             command += ["--print-address", f"--config-file={configuration.name}"]
             self.daemon = subprocess.Popen(command, stdout=subprocess.PIPE)
@@ -75,13 +75,13 @@ def bus():
 
 
 class Listener:
-    """Hears the changes on the bus, from when it is made."""
+    """Collects the changes announced on the bus."""
 
     def __init__(self):
         self._names = []
         self._systemd = ctypes.CDLL("libsystemd.so.0")
         handler = ctypes.CFUNCTYPE(ctypes.c_int, *[ctypes.c_void_p] * 3)
-        self._heard = handler(self._hear)
+        self._handler = handler(self._receive)
         self._bus = ctypes.c_void_p()
         path = b"/com/corvid/Larkspur1"
         for function, *arguments in (
@@ -90,19 +90,19 @@ class Listener:
             ("sd_bus_set_bus_client", self._bus, 1),
             ("sd_bus_start", self._bus),
             ("sd_bus_match_signal", self._bus, None, None, path, path[1:].replace(b"/", b"."),
-             b"Changed", self._heard, None),
+             b"Changed", self._handler, None),
         ):  # fmt: skip
             if getattr(self._systemd, function)(*arguments) < 0:
                 raise RuntimeError(f"{function} failed")
 
-    def _hear(self, message, _data, _error):
+    def _receive(self, message, _data, _error):
         name = ctypes.c_char_p()
         self._systemd.sd_bus_message_read(ctypes.c_void_p(message), b"s", ctypes.byref(name))
         self._names.append(name.value.decode(errors="surrogateescape"))
         return 0
 
     def received(self, count, limit=2):
-        """What was heard since the last call: so many names, or what there is after `limit` s."""
+        """The names since the last call: waits for `count` of them, at most `limit` seconds."""
         end = time.monotonic() + limit
         while len(self._names) < count and time.monotonic() < end:
             if self._systemd.sd_bus_process(self._bus, None) == 0:
@@ -116,12 +116,12 @@ class Listener:
 
 @dataclass
 class Entry:
-    """An entry of an archive, which may lie about itself. The data is stored as it is."""
+    """An entry of an archive, possibly with a wrong checksum or size. The data is not compressed."""
 
     name: str | bytes
     data: bytes = b""
     mode: int = stat.S_IFREG | 0o644
-    checksum: int | None = None  # The right one unless given, as is the size.
+    checksum: int | None = None  # The correct one by default, like the size.
     size: int | None = None
     flags: int = 0  # Bit 0: encrypted; bit 11: the name is UTF-8.
     method: int = 0
@@ -138,7 +138,7 @@ def link(name, target):
 
 
 def make_zip(path, *entries):
-    """Writes an archive, in place of any earlier one."""
+    """Writes or overwrites an archive."""
     content, index = b"", b""
     for entry in entries:
         name = os.fsencode(entry.name)
@@ -216,7 +216,7 @@ class OutsideTest(unittest.TestCase):
 
 
 def main():
-    """Runs the tests of the calling module; its exit status tells CTest when all were skipped."""
+    """Runs the tests of the calling module; the exit status tells CTest if all were skipped."""
     result = unittest.main(exit=False).result
     for _, reason in result.skipped:
         print("skipped:", reason)

@@ -18,7 +18,7 @@ import larkspur
 from larkspur import LogLevel, Service, Store
 from support import CHANGED, VPN, Listener, OutsideTest, link, main, record, snapshot
 
-BAD = b"this is no archive"
+BAD = b"not an archive"
 
 
 class PackageTest(OutsideTest):
@@ -104,20 +104,20 @@ class PackageTest(OutsideTest):
         self.assertEqual(os.listdir(root / "._saved" / VPN), [odd.name])
 
     def test_hooks(self):
-        heard = []
+        calls = []
         larkspur.use_hooks(
-            log=lambda level, category, text: heard.append((level, category, text.split(":")[0])),
-            change=lambda name: heard.append(name),
-            event=lambda *event: heard.append(event),
+            log=lambda level, category, text: calls.append((level, category, text.split(":")[0])),
+            change=lambda name: calls.append(name),
+            event=lambda *event: calls.append(event),
             log_level=LogLevel.INFO,
         )
         self.addCleanup(larkspur.use_hooks)
         gc.collect()
         self.install()
-        self.assertIn(CHANGED + VPN, heard)
+        self.assertIn(CHANGED + VPN, calls)
         size = (len(self.archive().read_bytes()) + 5) // 10 * 10
-        self.assertIn(("Other", True, size, 1), heard)
-        self.assertIn((LogLevel.INFO, "PersistData", "Serializing"), heard)
+        self.assertIn(("Other", True, size, 1), calls)
+        self.assertIn((LogLevel.INFO, "PersistData", "Serializing"), calls)
         raised = []
         larkspur.use_hooks(change=lambda name: 1 // 0)
         with unittest.mock.patch("sys.unraisablehook", lambda what: raised.append(what.exc_type)):
@@ -209,16 +209,16 @@ class ToolTest(OutsideTest):
         missing = "contentType, declarationIdentifierKey, declarationVersionKey, hashSHA256"
         expected = f"""\
 ._saved/f: saved copy without a tree
-.larkspur-abcdef: left over from an install or a deletion that did not end
+.larkspur-abcdef: left over from an interrupted install or deletion
 a: tree without a record: No data available
 b: record without {missing}
 c/d: mode 0700, not 0755
 c/settings: mode 4644, not 0444
 d/link: link
-d/pipe: no file and no directory
+d/pipe: neither a file nor a directory
 ._saved/e: saved copy missing
-g: record is no JSON
-h: no directory
+g: record is not JSON
+h: not a directory
 """
         lines = (f"{root}/{line}" for line in expected.splitlines(keepends=True))
         self.expect(1, "".join(lines), str(root), "verify")

@@ -1,5 +1,5 @@
 # SPDX-License-Identifier: Apache-2.0
-"""Readers beside clients that install and delete, each client a process with a service of its own."""
+"""Readers see whole trees while client processes install and delete their services."""
 
 import os
 import signal
@@ -42,14 +42,14 @@ class ReadersTest(OutsideTest):
             os.close(below)
             return texts if os.path.samestat(os.fstat(top), os.stat(self.root / type)) else None
         except FileNotFoundError:
-            # Half a tree, unless it is no longer the one at the path; a new service is empty.
+            # A partial tree, unless it was replaced; a new service is empty.
             now = os.stat(self.root / type) if os.path.exists(self.root / type) else None
             is_same = now is not None and os.path.samestat(os.fstat(top), now)
             return texts if is_same and os.listdir(top) else None
         finally:
             os.close(top)
 
-    def test_no_reader_meets_half_a_tree_and_services_do_not_disturb_each_other(self):
+    def test_readers_see_whole_trees(self):
         types = [f"com.example.service{number}" for number in range(CLIENTS)]
         clients = {}
         self.addCleanup(lambda: [os.kill(process, signal.SIGKILL) for process in clients])

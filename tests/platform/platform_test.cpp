@@ -1,5 +1,5 @@
 // SPDX-License-Identifier: Apache-2.0
-// A host's own services, and the log on standard error.
+// Replaced services, and the log on standard error.
 #include "platform/platform.h"
 
 #include <fcntl.h>
@@ -14,7 +14,7 @@ struct NoDefaults : UserDefaults {
   std::optional<std::string> stringForKey(const std::string&) override { return {}; }
 };
 
-TEST(PlatformTest, ANullPointerPutsTheSystemsOwnServiceBack) {
+TEST(PlatformTest, NullPointerRestoresTheSystemsService) {
   const ScopedPlatform scope;
   const auto services = [] {
     const Platform& now = currentPlatform();

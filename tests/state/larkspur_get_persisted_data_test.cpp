@@ -1,12 +1,12 @@
 // SPDX-License-Identifier: Apache-2.0
-// Reading records of every sort, also such as change while they are read.
+// Reading good and bad records, also while they change.
 #include "state/larkspur_get_persisted_data.h"
 
 #include "support/store_fixture.h"
 
 namespace larkspur::test {
 
-TEST_F(StoreTest, RecordsOfEverySort) {
+TEST_F(StoreTest, ReadableRecords) {
   const FileURL place = framework->servicePathURL("a b");
   LarkspurGetPersistedData reader;
   std::string found;
@@ -36,7 +36,7 @@ TEST_F(StoreTest, RecordsOfEverySort) {
   }
 }
 
-// A record that is another one when its bytes are read.
+// A record that changes between the two calls.
 struct ChangingRecord : ForwardingExtendedAttributes {
   using ForwardingExtendedAttributes::ForwardingExtendedAttributes;
   std::ptrdiff_t get(const FileURL& item, const std::string& name, char* buffer,
@@ -47,7 +47,7 @@ struct ChangingRecord : ForwardingExtendedAttributes {
   static inline std::string after;
 };
 
-TEST_F(StoreTest, RecordsThatCannotBeRead) {
+TEST_F(StoreTest, UnreadableRecords) {
   const FileURL place = framework->servicePathURL("a b");
   const auto read = [&] {
     return report([&] { LarkspurGetPersistedData().getSystemState(place); }, kEverything);
@@ -79,7 +79,7 @@ TEST_F(StoreTest, RecordsThatCannotBeRead) {
             "with error: Failed unzip of managed configuration file");
 }
 
-// A host's own source of records.
+// A subclass that supplies its own records.
 struct OtherRecords : LarkspurGetPersistedData {
   std::optional<JSONObject> getSystemState(const FileURL& place) override {
     if (place.path() == "/") throw std::runtime_error("strange");
@@ -88,7 +88,7 @@ struct OtherRecords : LarkspurGetPersistedData {
   }
 };
 
-TEST(GetPersistedDataTest, GettersAskTheOverriddenOperation) {
+TEST(GetPersistedDataTest, GettersCallTheOverriddenOperation) {
   EXPECT_EQ(OtherRecords().getDeclarationVersion(FileURL("/x")), "1");
   EXPECT_EQ(OtherRecords().getDeclarationIdentifier(FileURL("/x")), "2");
   EXPECT_EQ(OtherRecords().getDeclarationVersion(FileURL("/")), std::nullopt);

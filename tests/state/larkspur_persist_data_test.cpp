@@ -1,12 +1,12 @@
 // SPDX-License-Identifier: Apache-2.0
-// Writing the record: its bytes, and each way not to write it.
+// Writing the record: its bytes, and each failure.
 #include "state/larkspur_persist_data.h"
 
 #include "support/store_fixture.h"
 
 namespace larkspur::test {
 
-TEST_F(RecordedTest, TheRecordIsReplacedWhole) {
+TEST_F(RecordedTest, RecordIsReplaced) {
   for (const auto& row : table(4, R"(
 1 | id | ab/12 | {"contentType":"","declarationIdentifierKey":"id","declarationVersionKey":"1","hashSHA256":"ab\/12"}
  | "\ | é | {"contentType":"","declarationIdentifierKey":"\"\\","declarationVersionKey":"","hashSHA256":"é"})")) {
@@ -18,7 +18,7 @@ TEST_F(RecordedTest, TheRecordIsReplacedWhole) {
   }
 }
 
-// A record that was made without some of its keys.
+// A record without some of its keys.
 struct IncompleteRecord : LarkspurPersistData {
   using LarkspurPersistData::LarkspurPersistData;
   bool hasMandatoryKeys(const SystemState&) const override {
@@ -27,7 +27,7 @@ struct IncompleteRecord : LarkspurPersistData {
   }
 };
 
-TEST_F(RecordedTest, WhatIsNotWritten) {
+TEST_F(RecordedTest, RefusedRecordsAreNotWritten) {
   const auto persist = [&](const std::string& place, const std::string& text = "") {
     return report([&] {
       LarkspurPersistData(FileURL(root().string() + place), "", "", text, "").persistSystemState();

@@ -1,10 +1,10 @@
 // SPDX-License-Identifier: Apache-2.0
-// The install step by itself: what may lie where the service goes, and failures of its own.
+// The install step by itself: what may exist at the service's path, and its failures.
 #include "support/store_fixture.h"
 
 namespace larkspur::test {
 
-TEST_F(StoreTest, AnythingAtTheServicesPlaceIsReplaced) {
+TEST_F(StoreTest, AnyExistingItemIsReplaced) {
   const std::string place = root() / kType;
   for (const std::string before : {"nothing", "file", "directory"}) {
     std::filesystem::remove_all(place);

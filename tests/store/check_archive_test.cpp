@@ -1,10 +1,10 @@
 // SPDX-License-Identifier: Apache-2.0
-// A check that answers as an install would, and leaves everything as it was.
+// Checks report what an install would, and change nothing.
 #include "support/store_fixture.h"
 
 namespace larkspur::test {
 
-TEST_F(StoreTest, ACheckAnswersAsAnInstallDoes) {
+TEST_F(StoreTest, CheckReportsWhatAnInstallReports) {
   install("v1");
   const Tree before = snapshot(root());
   const auto bad = writeFile(directory() / "bad.zip", "bad");
@@ -15,14 +15,14 @@ TEST_F(StoreTest, ACheckAnswersAsAnInstallDoes) {
     EXPECT_EQ(snapshot(root()), before);
     EXPECT_EQ(checked, report([&] { OpenFramework().addOrUpdateService("other", refused); }));
   }
-  EXPECT_EQ(scratchDirectories(), 3);  // those of the installs
+  EXPECT_EQ(scratchDirectories(), 3);  // from the installs
   allowScratchDirectories(3);
   framework->setIsDarwinNotifCenterSuccess(false);
   EXPECT_EQ(report([&] { framework->checkArchive(bad); }),
             "Internal Error | error Framework: Failed initializing Larkspur");
 }
 
-TEST_F(StoreTest, FailuresOfACheck) {
+TEST_F(StoreTest, CheckFailures) {
   const auto good = writeFile(directory() / "good.zip", zipBytes({{"a", "b"}}));
   expectFailures(R"(
 makeItemReplacementDirectory | 1 | 28 | 0 | v1 v1 v1 | Internal Error | error Utilities: FileManager default url failed with error: 28

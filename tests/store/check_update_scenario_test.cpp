@@ -1,12 +1,12 @@
 // SPDX-License-Identifier: Apache-2.0
-// Telling an update from a rename and from another declaration's service.
+// Updates, renames and services of other declarations.
 #include "support/store_fixture.h"
 
 namespace larkspur::test {
 
-// Identifier i is offered for the type "new". Each row: force or not, the services there as "type
+// Offers identifier i for the type "new". Each row: force or not, existing services as "type
 // identifier version", those that are left, the report.
-TEST_F(StoreTest, UpdateRenameOrIntrusion) {
+TEST_F(StoreTest, UpdateRenameOrOtherDeclaration) {
   for (const auto& row : table(4, R"(
 - |  |  | done | info Framework: Service 'new' is not managed, no need to check for update scenario..
 force | new "x" "1" old "i" "2" | new old | done | info Framework: Force updating serviceType: new
@@ -44,7 +44,7 @@ TEST_F(StoreTest, PlainFilesAreServicesAndSavedCopiesToo) {
   EXPECT_EQ(snapshot(root()), (Tree{{"._saved", "d755"}}));
 }
 
-TEST_F(StoreTest, AFailureEndsTheCheck) {
+TEST_F(StoreTest, FailureEndsTheCheck) {
   for (const char* type : {"a", "b"})
     manage(type, R"({"declarationIdentifierKey":"identifier","declarationVersionKey":"1"})");
   manage(kType, R"({"declarationIdentifierKey":"other"})");

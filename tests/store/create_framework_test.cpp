@@ -6,10 +6,10 @@
 
 namespace larkspur::test {
 
-// Taken before a test sets another.
+// Read before a test changes it.
 const std::string kDefaultRoot = LarkspurFramework::larkspurPath();
 
-TEST_F(RecordedTest, TheInitialiserMakesNothing) {
+TEST_F(RecordedTest, ConstructorCreatesNothing) {
   writeFile(directory() / "file", "");
   const Tree before = snapshot(directory());
   EXPECT_EQ(kDefaultRoot, "/private/var/db/Larkspur");
@@ -29,7 +29,7 @@ TEST_F(RecordedTest, TheInitialiserMakesNothing) {
   EXPECT_EQ(snapshot(directory()), before);
 }
 
-TEST_F(RecordedTest, AMissingRootIsMadeWithItsParents) {
+TEST_F(RecordedTest, MissingRootIsCreatedWithItsParents) {
   std::unique_ptr<LarkspurFramework> first, second;
   const mode_t mask = ::umask(077);
   EXPECT_EQ(
@@ -44,7 +44,7 @@ TEST_F(RecordedTest, AMissingRootIsMadeWithItsParents) {
   EXPECT_EQ(second->servicePathURL("x").path(), root() / "x");
 }
 
-TEST_F(RecordedTest, WithoutANotificationCenterNothingIsReady) {
+TEST_F(RecordedTest, NotReadyWithoutANotificationCenter) {
   wrap<ForwardingNotificationCenter>(&Platform::notificationCenter, failOn("open", 111));
   std::optional<OpenFramework> framework;
   LarkspurFramework::larkspurPath() = root();
@@ -54,7 +54,7 @@ TEST_F(RecordedTest, WithoutANotificationCenterNothingIsReady) {
   EXPECT_TRUE(std::filesystem::remove(root() / "made"));
   EXPECT_FALSE(framework->isDarwinNotifCenterSuccess());
   EXPECT_EQ(outcome([&] { framework->getDeclarationVersionKeys(); }), "Internal Error");
-  // Declared ready all the same, it announces nothing.
+  // Marked as ready all the same, it announces nothing.
   framework->modifyIsDarwinNotifCenterSuccess() = true;
   std::filesystem::create_directory(root() / "x");
   EXPECT_EQ(report([&] { framework->removeServiceDirectory("x"); }), "done");
@@ -71,7 +71,7 @@ struct LoudLog : Recorder {
   }
 };
 
-TEST_F(RecordedTest, WhatEndsTheProcess) {
+TEST_F(RecordedTest, FailuresThatEndTheProcess) {
   currentPlatform().log = std::make_shared<LoudLog>();
   const std::string file = writeFile(directory() / "file", "").path();
   const auto create = [](const std::string& path) {

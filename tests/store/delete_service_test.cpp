@@ -1,10 +1,10 @@
 // SPDX-License-Identifier: Apache-2.0
-// Deletion by version key, and of what is not there or cannot be removed.
+// Deletion by version key, missing services and failed removals.
 #include "support/store_fixture.h"
 
 namespace larkspur::test {
 
-TEST_F(StoreTest, AFailedStepEndsTheDeletion) {
+TEST_F(StoreTest, FailedStepEndsTheDeletion) {
   expectFailures(R"(
 contentsOfDirectory | 1 | 5 | 0 | v1 v1 v1 | Internal Error | error Framework: Scanning directory file://$/root failed with error: 5
 existence | 1 | 2 | 0 | v1 v1 v1 | Internal Error | error Framework: Service 'com.example.vpn' does not exist at 'file://$/root/com.example.vpn', cannot delete service. errno: 2

@@ -1,10 +1,10 @@
 // SPDX-License-Identifier: Apache-2.0
-// Lookups by declaration keys over records of every sort, and the scan beneath them.
+// Lookups by declaration keys over good and bad records.
 #include "support/store_fixture.h"
 
 namespace larkspur::test {
 
-TEST_F(StoreTest, LooksThroughEveryReadableRecord) {
+TEST_F(StoreTest, ReadsEveryRecord) {
   EXPECT_TRUE(framework->getDeclarationVersionKeys().empty());
   std::filesystem::create_directories(root() / "._saved/x");
   EXPECT_TRUE(framework->services().empty());
@@ -31,7 +31,7 @@ two | {"x":[],"declarationVersionKey":"1"})"))
   EXPECT_EQ(framework->servicePathURL("a b/../C").path(), root() / "a b/../C");
 }
 
-TEST_F(StoreTest, LookupsThatCannotBeMade) {
+TEST_F(StoreTest, FailedLookups) {
   const std::function<void()> lookups[] = {[&] { framework->findServiceType("1"); },
                                            [&] { framework->getDeclarationVersionKeys(); },
                                            [&] { framework->services(); }};

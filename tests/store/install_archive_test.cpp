@@ -1,12 +1,12 @@
 // SPDX-License-Identifier: Apache-2.0
-// The intake of an archive from end to end, and everything that can end it early.
+// Installing an archive from end to end, and each failure.
 #include "support/private_bus.h"
 #include "support/private_journal.h"
 #include "support/store_fixture.h"
 
 namespace larkspur::test {
 
-TEST_F(LarkspurTest, RealPartsFromTheArchiveToTheSignal) {
+TEST_F(LarkspurTest, InstallAndDeleteWithTheRealPlatform) {
   withPrivateJournal([&] {
     BusListener listener;
     const std::vector<std::string> signal{"kLarkspurChanged_com.corvid.shell"};
@@ -33,26 +33,27 @@ TEST_F(LarkspurTest, RealPartsFromTheArchiveToTheSignal) {
     EXPECT_EQ(listener.received(1), signal);
     EXPECT_EQ(snapshot(managed), (Tree{{"._saved", "d755"}}));
 
-    std::string said;
+    std::string lines;
     for (auto& entry : journalEntries()) {
       if (entry["LARKSPUR_CATEGORY"] == "Framework")
-        said += entry["LARKSPUR_SUBSYSTEM"] + entry["PRIORITY"] + " " + entry["MESSAGE"] + "; ";
+        lines += entry["LARKSPUR_SUBSYSTEM"] + entry["PRIORITY"] + " " + entry["MESSAGE"] + "; ";
       for (const char* field :
            {"EVENT", "SERVICE_TYPE", "ENABLED", "SIZE", "NUMBER_OF_MANAGED_SERVICES"})
-        if (!entry["LARKSPUR_EVENT"].empty()) said += entry[std::string("LARKSPUR_") + field] + " ";
+        if (!entry["LARKSPUR_EVENT"].empty())
+          lines += entry[std::string("LARKSPUR_") + field] + " ";
     }
     EXPECT_EQ(
-        said,
+        lines,
         "LarkspurFramework3 Larkspur directory " + managed +
             R"( does not exist. errno: 2; com.corvid.Larkspur com.corvid.shell 1 210 1 com.corvid.Larkspur com.corvid.shell 0 0 0 )");
   });
 }
 
-TEST_F(StoreTest, EveryLineInOrder) {
-  const auto expectLines = [](const std::string& said, const std::string& lines) {
+TEST_F(StoreTest, LogLinesInOrder) {
+  const auto expectLines = [](const std::string& actual, const std::string& lines) {
     std::string expected = "done";
     for (const auto& line : table(1, lines)) expected += " | " + line[0];
-    EXPECT_EQ(said, expected);
+    EXPECT_EQ(actual, expected);
   };
   expectLines(report([&] { install("v1"); }, kEverything), R"(
 info Framework: Scanned items: []
@@ -118,7 +119,7 @@ bus | application/zip | com.example.vpn | Internal Error | error Framework: Fail
   EXPECT_EQ(snapshot(root()), others);
 }
 
-TEST_F(StoreTest, AFailedStepEndsTheIntake) {
+TEST_F(StoreTest, FailedStepEndsTheInstall) {
   expectFailures(R"(
 contentsOfDirectory | 1 | 5 | 0 | v1 v1 v1 | Internal Error | error Framework: Scanning directory file://$/root failed with error: 5
 homeDirectoryForCurrentUser | 1 | 2 | 0 | - - v1 | Internal Error | error Utilities: FileManager default url failed with error: 2
@@ -142,7 +143,7 @@ fileSize | 1 | 5 | 0 | v2 v2 v2 | system error 5 | post kLarkspurChanged_com.exa
                  [&] { install("v2"); });
 }
 
-TEST_F(StoreTest, TextThatIsNotUTF8IsNotRecorded) {
+TEST_F(StoreTest, InvalidUTF8IsNotRecorded) {
   EXPECT_TRUE(matches(
       report([&] { install("v1\xFF"); }, "^(post|send|error [^G])"),
       R"(Internal Error \| post kLarkspurChanged_com.example.vpn \| error PersistData: JSONSerialization internal error: .+)"));

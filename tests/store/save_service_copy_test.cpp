@@ -1,10 +1,10 @@
 // SPDX-License-Identifier: Apache-2.0
-// The saved copy: whatever lies in its place is replaced whole, and links do not pass.
+// The saved copy replaces any item, and links are refused.
 #include "support/store_fixture.h"
 
 namespace larkspur::test {
 
-TEST_F(StoreTest, TheSavedCopyReplacesAnything) {
+TEST_F(StoreTest, SavedCopyReplacesAnyItem) {
   const std::string place = root() / "._saved" / kType;
   for (const std::string before : {"nothing", "file", "directory"}) {
     std::filesystem::remove_all(place);
@@ -20,7 +20,7 @@ TEST_F(StoreTest, TheSavedCopyReplacesAnything) {
   }
 }
 
-TEST_F(StoreTest, AnArchiveThatIsALinkIsSavedAsOneAndRefused) {
+TEST_F(StoreTest, LinkedArchiveIsSavedAsALinkAndRefused) {
   const std::string target = archive("v1").path(), link = directory() / "link.zip";
   std::filesystem::create_symlink(target, link);
   EXPECT_EQ(

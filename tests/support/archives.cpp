@@ -1,5 +1,5 @@
 // SPDX-License-Identifier: Apache-2.0
-// Zip archives down to the byte.
+// Builds zip archives byte by byte.
 #include "support/archives.h"
 
 #include <fstream>
@@ -22,7 +22,7 @@ std::string little(std::size_t value, int width) {
   return bytes;
 }
 
-// What the local and the central header of an entry have in common.
+// The fields that the local and the central header share.
 std::string sharedFields(const ZipEntry& entry) {
   constexpr std::size_t kTime = 0x6000, kDate = 0x5021;
   return little(20, 2) + little(entry.flags, 2) + little(entry.method, 2) + little(kTime, 2) +

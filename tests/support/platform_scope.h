@@ -1,6 +1,6 @@
 // SPDX-License-Identifier: Apache-2.0
-// Puts other services in the place of the platform's own for a scope: wrappers around the real
-// ones of which one call can be made to fail, and one that only remembers.
+// Replaces services of the platform within a scope: by wrappers that can fail one call, and by a
+// recorder.
 #pragma once
 
 #include <cerrno>
@@ -15,7 +15,7 @@
 
 namespace larkspur::test {
 
-/// Puts the whole platform back as it was with the end of the scope; change `currentPlatform()`.
+/// Restores the whole platform at the end of the scope; change `currentPlatform()` inside.
 class ScopedPlatform {
  public:
   ScopedPlatform() = default;
@@ -27,8 +27,8 @@ class ScopedPlatform {
   Platform saved_ = currentPlatform();
 };
 
-/// Told the name of each forwarded call that can fail, before it is made. What it throws is the
-/// call's failure; a `std::system_error` becomes the negative answer of a call that answers.
+/// Called with the name of each forwarded call that can fail. An exception is the failure of that
+/// call; for calls with a result, `std::system_error` becomes a negative result.
 using CallHook = std::function<void(const char* call)>;
 
 /// Makes the call of that name fail, the `nth` time (0: every time), with the number `code`. The
@@ -41,8 +41,8 @@ inline CallHook failOn(std::string call, int code, int nth = 1) {
   };
 }
 
-/// A wrapper's hook, and the real thing behind it. A test overrides a method of a wrapper below,
-/// inherits this constructor and puts it in place by `wrap`.
+/// A wrapper's hook and the real service. A test overrides a method of a wrapper below, inherits
+/// this constructor and installs it with `wrap`.
 template <typename Seam>
 class Forwarding : public Seam {
  public:
@@ -160,7 +160,7 @@ struct ForwardingNotificationCenter : Forwarding<NotificationCenter> {
   void post(const std::string& name) noexcept override { target_->post(name); }
 };
 
-/// Puts a wrapper around one seam of the current platform.
+/// Wraps one service of the current platform.
 template <typename Wrapper>
 void wrap(auto seam, CallHook before = {}) {
   auto& current = currentPlatform().*seam;
@@ -175,8 +175,8 @@ inline void hookEverySeam(const CallHook& before) {
   wrap<ForwardingNotificationCenter>(&Platform::notificationCenter, before);
 }
 
-/// Remembers what was logged, posted and sent, in one list: "error Utilities: …", "post …" and
-/// "send …" with the payload, its texts quoted.
+/// Records what is logged, posted and sent in one list: "error Utilities: …", "post …" and "send …"
+/// with the payload, its strings quoted.
 struct Recorder : Log, NotificationCenter, AnalyticsService {
   explicit Recorder(LogLevel level = LogLevel::debug) : threshold(level) {}
   bool isEnabled(LogLevel level) const noexcept override { return level <= threshold; }
@@ -206,7 +206,7 @@ struct Recorder : Log, NotificationCenter, AnalyticsService {
   LogLevel threshold;
 };
 
-/// Makes the log (every level), the notification center and the analytics only remember.
+/// Replaces log (all levels), notification center and analytics by a recorder.
 inline std::shared_ptr<Recorder> recordSignals() {
   auto recorder = std::make_shared<Recorder>();
   currentPlatform().log = recorder;

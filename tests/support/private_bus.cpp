@@ -1,5 +1,5 @@
 // SPDX-License-Identifier: Apache-2.0
-// A real message bus for the test process alone.
+// A real message bus for the test process.
 #include "support/private_bus.h"
 
 #include <signal.h>
@@ -16,7 +16,7 @@
 namespace larkspur::test {
 namespace {
 
-// What a stock system bus lets a connection without a name do: broadcast, and talk to the bus.
+// The rules of a stock system bus for unnamed connections: broadcast, and talk to the bus.
 constexpr const char* kPolicy = R"(</listen><auth>EXTERNAL</auth><policy context="default">
   <allow user="*"/><deny own="*"/><deny send_type="method_call"/><allow send_type="signal"/>
   <allow send_requested_reply="true" send_type="method_return"/>
@@ -24,7 +24,7 @@ constexpr const char* kPolicy = R"(</listen><auth>EXTERNAL</auth><policy context
   <allow receive_type="method_return"/><allow receive_type="error"/>
   <allow send_destination="org.freedesktop.DBus"/></policy>)";
 
-int heard(sd_bus_message* message, void* names, sd_bus_error*) {
+int addName(sd_bus_message* message, void* names, sd_bus_error*) {
   const char* name = nullptr;
   if (sd_bus_message_read(message, "s", &name) > 0)
     static_cast<std::vector<std::string>*>(names)->emplace_back(name);
@@ -33,7 +33,7 @@ int heard(sd_bus_message* message, void* names, sd_bus_error*) {
 
 }  // namespace
 
-// Never destroyed: a child that exits must not end the bus of its parent.
+// Never destroyed: a child that exits must not stop its parent's bus.
 PrivateBus& PrivateBus::shared() {
   static PrivateBus& bus = *new PrivateBus;
   return bus;
@@ -83,7 +83,7 @@ BusListener::BusListener() : bus_(nullptr, sd_bus_close_unref) {
   if (sd_bus_set_address(bus, PrivateBus::shared().address().c_str()) < 0 ||
       sd_bus_set_bus_client(bus, 1) < 0 || sd_bus_start(bus) < 0 ||
       sd_bus_match_signal(bus, nullptr, nullptr, "/com/corvid/Larkspur1", "com.corvid.Larkspur1",
-                          "Changed", heard, &names_) < 0)
+                          "Changed", addName, &names_) < 0)
     throw std::runtime_error("no listener on the bus");
 }
 

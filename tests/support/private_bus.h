@@ -1,5 +1,5 @@
 // SPDX-License-Identifier: Apache-2.0
-// A real message bus for the test process alone, in the place of the system's.
+// A real message bus for the test process, instead of the system bus.
 #pragma once
 
 #include <sys/types.h>
@@ -15,16 +15,16 @@ namespace larkspur::test {
 
 class PrivateBus {
  public:
-  /// The bus of this process, started on first use; `DBUS_SYSTEM_BUS_ADDRESS` leads to it from
-  /// then on. It ends with the process, and leaves no file.
+  /// The bus of this process, started on first use; sets `DBUS_SYSTEM_BUS_ADDRESS`. It ends with
+  /// the process and leaves no file.
   static PrivateBus& shared();
 
   const std::string& address() const { return address_; }
-  /// Every connection breaks; the address stays. `policy` is added to what a stock bus has.
+  /// Breaks every connection; the address stays. `policy` extends that of a stock bus.
   void restart(const std::string& policy = "");
-  void stop();    ///< Nobody listens any more; `restart` brings it back.
-  void freeze();  ///< It accepts connections and answers nothing.
-  void thaw();    ///< It goes on where it was frozen.
+  void stop();    ///< Stops the daemon until `restart`.
+  void freeze();  ///< The daemon accepts connections but does not answer.
+  void thaw();    ///< The daemon continues.
 
  private:
   PrivateBus();
@@ -33,12 +33,13 @@ class PrivateBus {
   pid_t daemon_ = 0;
 };
 
-/// Hears every change that is announced on the private bus from its construction on.
+/// Collects the changes announced on the private bus.
 class BusListener {
  public:
   BusListener();
 
-  /// Waits until `count` names came in, at most `limit`; gives and forgets those heard so far.
+  /// Waits until `count` names came in, at most `limit`; returns those received since the last
+  /// call.
   std::vector<std::string> received(std::size_t count,
                                     std::chrono::milliseconds limit = std::chrono::seconds(20));
 

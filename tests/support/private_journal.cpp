@@ -19,7 +19,7 @@ namespace {
 
 constexpr int kNotPossible = 77;
 
-// A fresh file system over each place where a journal keeps sockets or files.
+// Mounts an empty file system over each place where a journal keeps sockets or files.
 bool coverJournal() {
   if (::unshare(CLONE_NEWNS) != 0 ||
       ::mount("none", "/", "none", MS_REC | MS_PRIVATE, nullptr) != 0)
@@ -33,7 +33,7 @@ bool coverJournal() {
   return true;
 }
 
-// It dies with the process that runs the body.
+// The journal ends with the process that runs the body.
 bool startJournal() {
   const pid_t journal = ::fork();
   if (journal == 0) {
@@ -76,7 +76,7 @@ void withPrivateJournal(const std::function<void()>& body) {
   int status = 0;
   ::waitpid(child, &status, 0);
   if (WIFEXITED(status) && WEXITSTATUS(status) == kNotPossible)
-    GTEST_SKIP() << "a journal of its own needs root, mount namespaces and systemd-journald";
+    GTEST_SKIP() << "a private journal needs root, mount namespaces and systemd-journald";
   EXPECT_EQ(status, 0) << "see the failures above";
 }
 

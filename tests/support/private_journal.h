@@ -1,5 +1,5 @@
 // SPDX-License-Identifier: Apache-2.0
-// A real journal for one test, which leaves the machine's own alone.
+// A real journal for one test, separate from the machine's.
 #pragma once
 
 #include <functional>
@@ -10,7 +10,7 @@
 
 namespace larkspur::test {
 
-/// The fields of one entry, empty where it has none.
+/// The fields of an entry; missing ones are empty.
 struct JournalEntry {
   std::string operator[](const std::string& field) const {
     return std::string(fields.stringForKey(field).value_or(""));
@@ -18,12 +18,12 @@ struct JournalEntry {
   JSONObject fields;
 };
 
-/// What the journal was sent in its own protocol so far, oldest first.
+/// All entries that reached the journal in its native protocol, oldest first.
 std::vector<JournalEntry> journalEntries();
 
-/// Runs `body` in a child process and mount namespace of its own with a fresh journal. What fails
-/// in `body` fails the test; where that is not possible it skips the test and says why.
-/// `journalEntries` is good inside `body` only.
+/// Runs `body` in a child process and mount namespace with a new journal. A failure in `body` fails
+/// the test; where this is not possible the test is skipped. Call `journalEntries` inside `body`
+/// only.
 void withPrivateJournal(const std::function<void()>& body);
 
 }  // namespace larkspur::test

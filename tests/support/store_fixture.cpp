@@ -1,5 +1,5 @@
 // SPDX-License-Identifier: Apache-2.0
-// A framework on a root of its own whose signals are recorded.
+// A framework on a temporary root with recorded signals.
 #include "support/store_fixture.h"
 
 #include <sys/xattr.h>
@@ -11,7 +11,7 @@
 namespace larkspur::test {
 namespace {
 
-// Lists in an order that a test can foretell.
+// Lists directories in sorted order.
 struct SortedFileManager : ForwardingFileManager {
   using ForwardingFileManager::ForwardingFileManager;
   std::vector<FileURL> contentsOfDirectory(const FileURL& directory) override {
@@ -23,8 +23,8 @@ struct SortedFileManager : ForwardingFileManager {
 
 constexpr std::size_t kScratchSuffix = 6;
 
-// With `more` characters behind each match replaced as well. No regular expression: those of the
-// standard library overflow the stack on a long text.
+// Also replaces `more` characters after each match. No std::regex: it overflows the stack on long
+// strings.
 std::string replaced(std::string text, const std::string& from, const std::string& to,
                      std::size_t more = 0) {
   for (std::size_t at = 0; (at = text.find(from, at)) != std::string::npos; at += to.size())
@@ -113,8 +113,8 @@ void StoreTest::expectFailures(const std::string& rows, const std::function<void
     allowScratchDirectories(scratchDirectories() + std::stoi(row[3]));
     const ScopedPlatform scope;
     hookEverySeam(failOn(row[0], std::stoi(row[2]), std::stoi(row[1])));
-    const std::string said = report(operation);
-    EXPECT_EQ(state() + " | " + said, row[4]);
+    const std::string result = report(operation);
+    EXPECT_EQ(state() + " | " + result, row[4]);
     EXPECT_EQ(scratchDirectories(), allowedScratchDirectories());
   }
 }

@@ -1,5 +1,5 @@
 // SPDX-License-Identifier: Apache-2.0
-// The fixture every test that touches the system builds on.
+// The base fixture of all tests that touch the system.
 #include "support/temporary_root.h"
 
 #include <sched.h>
@@ -30,7 +30,7 @@ int entries(const fs::path& directory) {
   return static_cast<int>(std::distance(fs::directory_iterator(directory), {}));
 }
 
-// What the process has open, has running and has set.
+// Open descriptors, children and settings of the process.
 std::map<std::string, std::string> traces() {
   std::map<std::string, std::string> traces{
       {"descriptors", std::to_string(entries("/proc/self/fd"))},
@@ -103,8 +103,8 @@ int LarkspurTest::scratchDirectories() const {
 void LarkspurTest::startCounting() { before_ = traces(); }
 
 void LarkspurTest::TearDown() {
-  if (before_.empty()) return;  // skipped before it began
-  // A tool closes its output a moment before it ends, and is collected at the next launch then.
+  if (before_.empty()) return;  // skipped
+  // A tool closes its output just before it ends, and may be reaped only at the next launch.
   for (int tries = 0; traces()["children"] != before_["children"] && tries < 20; ++tries) {
     std::this_thread::sleep_for(std::chrono::milliseconds(10));
     platform_.taskLauncher->launch(FileURL("/bin/true"), {}, FileURL("/"))

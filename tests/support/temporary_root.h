@@ -1,6 +1,6 @@
 // SPDX-License-Identifier: Apache-2.0
-// The fixture every test that touches the system builds on: a directory of its own, and a look at
-// what the test leaves behind.
+// The base fixture of all tests that touch the system: a temporary directory, and a check for
+// leftovers.
 #pragma once
 
 #include <gtest/gtest.h>
@@ -13,22 +13,22 @@
 
 namespace larkspur::test {
 
-/// A tree on disk as a value. For each item below its top, by the path from there: "d755" and the
-/// record, if it has one, "f444 content", or "l target".
+/// A tree on disk as a value: for each path below the top "d755" and the record, if it has one,
+/// "f444 content", or "l target".
 using Tree = std::map<std::string, std::string>;
 
-/// What is below `top`; empty when that is no directory.
+/// Everything below `top`; empty if it is not a directory.
 Tree snapshot(const std::filesystem::path& top);
 
-/// The record on the directory, byte for byte; "" when there is none.
+/// The bytes of the record on the directory; "" without one.
 std::string recordBytes(const std::filesystem::path& directory);
 
-/// Whether tests may mount volumes of their own; needs root and mount namespaces.
+/// Whether tests may mount volumes; needs root and mount namespaces.
 bool canMount();
 
-/// Gives each test a directory with a root, HOME and TMPDIR in it, and puts the platform back
-/// afterwards. Fails the test when it leaves a descriptor, a child process, a scratch directory,
-/// or another umask, working directory or way of handling signals behind.
+/// Each test has a directory with a root, HOME and TMPDIR, and the platform is restored after it. A
+/// test fails if it leaves a descriptor, child process or scratch directory, or changes umask,
+/// working directory or signal handling.
 class LarkspurTest : public ::testing::Test {
  protected:
   LarkspurTest();
@@ -36,10 +36,10 @@ class LarkspurTest : public ::testing::Test {
   void SetUp() override { startCounting(); }
   void TearDown() override;
 
-  /// Takes what is open and running now as the state to come back to. Call it again after opening
-  /// what lives as long as the process, as the connection to the bus.
+  /// Takes the current state as the one to return to. Call it again after opening what stays open,
+  /// like the bus connection.
   void startCounting();
-  /// How many scratch directories the failures that the test provokes are said to leave.
+  /// How many scratch directories the failures in the test may leave.
   void allowScratchDirectories(int count) { allowedScratchDirectories_ = count; }
   int allowedScratchDirectories() const { return allowedScratchDirectories_; }
   int scratchDirectories() const;

@@ -1,5 +1,6 @@
 // SPDX-License-Identifier: Apache-2.0
-// Everything a client does, in hosts and on machines that are not what they should be.
+// Installs, updates and deletions in hosts with unusual settings, without a bus, and on full
+// volumes.
 #include <fcntl.h>
 #include <grp.h>
 #include <linux/close_range.h>
@@ -31,7 +32,7 @@ const std::string kService = "com.example.host", kDone = "done";
 const std::string kUnzipFailed = LarkspurError::unzipFailed().description();
 const std::string kInternalError = LarkspurError::internalError().description();
 
-// What a call must leave in its host as it was.
+// The state of the host that a call must not change.
 std::string hostState() {
   std::string state = std::setlocale(LC_ALL, nullptr) + fs::read_symlink("/proc/self/cwd").string();
   for (char** variable = environ; *variable != nullptr; ++variable) state += *variable;
@@ -48,7 +49,7 @@ auto millisecondsOf(const Action& action) {
   return (std::chrono::steady_clock::now() - start) / 1ms;
 }
 
-// What fails in `body`, which has a process of its own, fails the test.
+// Runs `body` in a child; a failure there fails the test.
 void inChild(const Action& body) {
   std::fflush(nullptr);
   const pid_t child = ::fork();
@@ -62,7 +63,7 @@ void inChild(const Action& body) {
   EXPECT_EQ(status, 0) << "see the failures above";
 }
 
-// For this process alone.
+// Mounts a file system that only this process sees.
 void mountVolume(const fs::path& place, const char* options = "") {
   fs::create_directories(place);
   EXPECT_EQ(::unshare(CLONE_NEWNS), 0);
@@ -86,7 +87,7 @@ class HostConditions : public LarkspurTest {
       framework_->installArchive(kService, from, "application/zip", version, "d", "h", false);
     });
   }
-  // Installs, updates and deletes below a root that is missing with its parents.
+  // Installs, updates and deletes below a root whose parents are missing too.
   void everything() {
     const std::string before = hostState(), item = "deep/er/" + kService;
     framework_ = LarkspurFramework::createFramework(root() / "deep/er");
@@ -125,7 +126,7 @@ TEST_F(HostConditions, MakeNoDifference) {
         EXPECT_EQ(::setgroups(0, nullptr) | ::setgid(65534) | ::setuid(65534), 0);
       },
       [this] { mountVolume(directory() / "home"), ::close_range(0, 2, 0); },
-      [this] {  // Every descriptor closed after start-up, and strangers' files in their places.
+      [this] {  // Every descriptor is closed after start-up and reused.
         mountVolume(root()), LarkspurFramework(), ::close_range(3, ~0U, 0);
         while (::open("/dev/null", O_RDWR) < 40) continue;
       },
@@ -144,7 +145,7 @@ TEST_F(HostConditions, MakeNoDifference) {
     EXPECT_EQ(listener.received(3), Texts(3, once_[0]));
     fs::remove_all(root() / "deep");
   }
-  EXPECT_EQ(install(good_), kDone);  // The parent's own connection saw nothing of all that.
+  EXPECT_EQ(install(good_), kDone);  // The parent's connection is not affected.
   EXPECT_EQ(listener.received(1), once_);
 }
 
@@ -196,11 +197,11 @@ TEST_F(HostConditions, FullVolumes) {
       EXPECT_EQ(snapshot(root() / "._saved"), volume.isInstalled ? lost : saved);
     });
   }
-  allowScratchDirectories(2);  // Of the two where the root was full.
+  allowScratchDirectories(2);  // From the two runs with a full root.
 }
 
-// With an input that stays open the tool asks what to do, and waits for the answer.
-TEST_F(HostConditions, FullVolumeAsksWhereSomebodyMayAnswer) {
+// If its input stays open, the tool asks what to do and waits for an answer.
+TEST_F(HostConditions, FullVolumePromptsIfInputIsOpen) {
   inChild([&] {
     int ends[2];
     ASSERT_EQ(::pipe2(ends, O_CLOEXEC), 0);
@@ -212,7 +213,7 @@ TEST_F(HostConditions, FullVolumeAsksWhereSomebodyMayAnswer) {
   });
 }
 
-TEST_F(HostConditions, SavedCopyIsGoneBeforeItCouldBeCopied) {
+TEST_F(HostConditions, InstallFromTheSavedCopyFails) {
   const fs::path saved = root() / "._saved" / kService;
   EXPECT_EQ(install(good_), kDone);
   EXPECT_EQ(install(FileURL(saved / "good.zip"), "2"), kInternalError);

@@ -1,6 +1,6 @@
 // SPDX-License-Identifier: Apache-2.0
-// Archives made by an enemy: what becomes of each, and that nothing else is touched. The results
-// that surprise are pinned here and explained in SECURITY.md.
+// Malicious archives: the result of each, and that nothing outside the service changes. SECURITY.md
+// explains the surprising results.
 #include <pty.h>
 #include <signal.h>
 #include <sys/wait.h>
@@ -37,13 +37,13 @@ std::string listing(const fs::path& top) {
 class HostileArchives : public StoreTest {
  protected:
   HostileArchives() {
-    // Each of these would change what the tool unpacks, if it saw it.
+    // Options that would change what the tool unpacks.
     for (const char* name : {"UNZIP", "UNZIPOPT"}) ::setenv(name, "-j -: -K -aa", 1);
     ::setenv("LC_ALL", "C", 1);
     fs::create_directory(canary_);
     fs::permissions(writeFile(canary_ / "secret", "secret").path(), fs::perms::owner_read);
   }
-  // What is there afterwards, or why nothing is.
+  // The installed tree, or the error.
   std::string installed(const char* name, const char* version = "v1") {
     const FileURL url(directory() / name);
     const auto call = [&] { install(version, false, kType, "application/zip", url); };
@@ -77,7 +77,7 @@ class HostileArchives : public StoreTest {
   const fs::path canary_ = directory() / "canary";
 };
 
-// The one entry as if it were made there, where names have another form.
+// An archive with the entry as if made on DOS, where names are encoded differently.
 std::string dosBytes(const ZipEntry& entry) {
   std::string bytes = zipBytes({entry});
   return bytes.replace(bytes.find("PK\1\2") + 5, 1, 1, '\0');
@@ -91,7 +91,7 @@ std::string many(int count, std::optional<std::uint32_t> checksum = {}) {
   return zipBytes(entries);
 }
 
-TEST_F(HostileArchives, AreRefusedCutAnywhereAndWithAnyLink) {
+TEST_F(HostileArchives, AreRefusedIfTruncatedOrWithLinks) {
   for (std::size_t length = 0; length < kGood.size(); length += 29)
     sweep("cut at " + std::to_string(length), kGood.substr(0, length), kRefused);
   for (const fs::path target : {"/nowhere", "..", "../../canary/secret", canary_.c_str()}) {
@@ -100,7 +100,7 @@ TEST_F(HostileArchives, AreRefusedCutAnywhereAndWithAnyLink) {
   }
 }
 
-TEST_F(HostileArchives, OfMuchAreAnsweredInTime) {
+TEST_F(HostileArchives, AreHandledInTimeIfLarge) {
   const std::string n60k(60000, 'n');
   std::string files;
   for (int i = 10000; i < 15000; ++i) files += " " + std::to_string(i) + "=x";
@@ -109,7 +109,7 @@ TEST_F(HostileArchives, OfMuchAreAnsweredInTime) {
   sweep("long names", zipBytes({{n60k + "1"}, {n60k + "2"}, {n60k + "3"}, {n60k}}), kRefused);
 }
 
-TEST_F(HostileArchives, GetNoFurtherThanTheirServicesDirectory) {
+TEST_F(HostileArchives, WriteOnlyToTheServicesDirectory) {
   const std::string n255(255, 'n'), stamp("UT\5\0\1\0\0\0\0", 9), nul("z\0b", 3);
   std::string path, tree;
   while (path.size() < 4000) tree += " " + (path += std::string(199, 'd') + "/");
@@ -146,7 +146,7 @@ TEST_F(HostileArchives, GetNoFurtherThanTheirServicesDirectory) {
   for (const auto& [name, bytes, expected] : archives) sweep(name, bytes, expected);
 }
 
-TEST_F(HostileArchives, PasswordsAreNotAskedForAtATerminal) {
+TEST_F(HostileArchives, DoNotPromptForPasswords) {
   allowScratchDirectories(1);
   writeFile(directory() / "x.zip", kEncrypted);
   int terminal = -1;
@@ -157,14 +157,14 @@ TEST_F(HostileArchives, PasswordsAreNotAskedForAtATerminal) {
   }
   if (child < 0) GTEST_SKIP() << "no terminals here";
   char asked;
-  EXPECT_LT(::read(terminal, &asked, 1), 1);  // It ends with the last who has it open.
+  EXPECT_LT(::read(terminal, &asked, 1), 1);  // The terminal closes with its last user.
   ::close(terminal);
   int status = -1;
   ::waitpid(child, &status, 0);
   EXPECT_EQ(status, 0);
 }
 
-TEST_F(HostileArchives, ToolThatIsKilledCountsAsSuccess) {
+TEST_F(HostileArchives, KilledToolCountsAsSuccess) {
   wrap<ForwardingTaskLauncher>(&Platform::taskLauncher, [this](const std::string& call) {
     if (call != "readStandardOutputToEnd") return;
     while (snapshot(directory() / "tmp").size() < 2) ::usleep(1000);
@@ -179,9 +179,10 @@ TEST_F(HostileArchives, ToolThatIsKilledCountsAsSuccess) {
   EXPECT_EQ(framework->findServiceType("v1"), kType);
 }
 
-// The tool takes an archive's name for a pattern first, and for a name without ".zip" last.
-TEST_F(HostileArchives, NamesThatAreNotPlainMeanAnotherArchive) {
-  writeFile(directory() / "[ab]x.zip", "never looked at");
+// The tool takes the name of an archive for a pattern first, then adds ".zip" if there is no such
+// file.
+TEST_F(HostileArchives, NamesAreTakenAsPatterns) {
+  writeFile(directory() / "[ab]x.zip", "never opened");
   for (const char* name : {"ax.zip", "svc.zip"}) writeFile(directory() / name, kGood);
   EXPECT_EQ(installed("[ab]x.zip"), kGoodTree);
   EXPECT_EQ(installed("svc"), LarkspurError::internalError().description());  // the saved copy

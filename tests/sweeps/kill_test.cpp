@@ -1,6 +1,6 @@
 // SPDX-License-Identifier: Apache-2.0
-// An operation is killed before each of its system calls. What it leaves is old or new, is never
-// taken for a service that it is not, and the next install heals it.
+// Kills an operation before each of its system calls. It leaves old or new, nothing else is taken
+// for a service, and the next install repairs it.
 #include <stdlib.h>
 #include <sys/wait.h>
 
@@ -18,7 +18,7 @@ class KillTest : public TracedTest, public ::testing::WithParamInterface<Operati
       expectOldOrNew(GetParam());
       EXPECT_TRUE(state()[0] == '-' || state(kOld)[0] == '-');
     });
-    // Not each time: how often the program polls for its child is a matter of chance.
+    // Not every time: how often the program polls for its child varies.
     EXPECT_GE(killed, 12);
   }
 };

@@ -1,5 +1,5 @@
 // SPDX-License-Identifier: Apache-2.0
-// One process for a long time: nothing piles up. LARKSPUR_SOAK_CYCLES sets how long.
+// A long run leaks nothing. LARKSPUR_SOAK_CYCLES sets its length.
 #include <malloc.h>
 
 #include <fstream>
@@ -21,7 +21,7 @@ Memory memoryInUse() {
   return {static_cast<long>(heap.uordblks + heap.hblkhd), resident * 4};
 }
 
-TEST_F(LarkspurTest, InstallingAndDeletingForLongLeavesNothing) {
+TEST_F(LarkspurTest, LongRunLeaksNothing) {
   const char* const wanted = std::getenv("LARKSPUR_SOAK_CYCLES");
   const int cycles = wanted != nullptr ? std::atoi(wanted) : 300, warmUp = cycles / 10;
   PrivateBus::shared();

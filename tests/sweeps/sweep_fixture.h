@@ -1,6 +1,5 @@
 // SPDX-License-Identifier: Apache-2.0
-// The little world that every sweep breaks and heals: one service in two versions, and another
-// service that has nothing to do with it.
+// The store that the sweeps break and repair: one service in two versions, and another service.
 #pragma once
 
 #include <algorithm>
@@ -10,8 +9,8 @@
 
 namespace larkspur::test {
 
-/// What is done to the service of the fixture: "v2" is installed, or "v1" deleted or looked up.
-/// "v1" lies there before, under the service type `before`.
+/// An operation on the service: installs "v2", or deletes or looks up "v1". "v1" is installed
+/// before, under the service type `before`.
 struct Operation {
   std::string name, before;
   friend std::ostream& operator<<(std::ostream& out, const Operation& operation) {
@@ -23,7 +22,8 @@ inline constexpr char kVPN[] = "com.example.vpn", kOld[] = "com.example.old",
 inline const Operation kNew{"New", ""}, kUpdate{"Update", kVPN}, kRename{"Rename", kOld},
     kDelete{"Delete", kVPN}, kFind{"Find", kVPN}, kList{"List", kVPN};
 
-/// A plain run takes some of the points, spread over all of them; the deep one takes every point.
+/// By default a sweep breaks some of the calls, spread over all of them; with the variable every
+/// call.
 inline const bool kEveryPoint = std::getenv("LARKSPUR_SWEEP_EVERY_POINT") != nullptr;
 
 class SweepTest : public StoreTest {
@@ -41,7 +41,7 @@ class SweepTest : public StoreTest {
     StoreTest::install(version, false, type, "application/zip", offer(version));
   }
   void prepare(const Operation& operation) {
-    std::error_code busy;  // A tool whose parent was killed may still be at work there.
+    std::error_code busy;  // A tool whose parent was killed may still write there.
     for (const auto& place : {root(), scratchArea})
       for (const auto& entry : std::filesystem::directory_iterator(place))
         std::filesystem::remove_all(entry.path(), busy);
@@ -55,15 +55,14 @@ class SweepTest : public StoreTest {
     const std::string bytes = recordBytes(root() / type);
     return bytes.empty() ? "-" : bytes.substr(bytes.find("\"v") + 1, 2);
   }
-  /// The versions of tree, record and saved copy: "v2 v2 v1". Also "-" for nothing, "empty",
-  /// "part-of-v1", and "other" for all else, as a mixture or modes of its own.
+  /// The versions of tree, record and saved copy: "v2 v2 v1". Also "-" if missing, "empty",
+  /// "part-of-v1", and "other" for anything else, like a mixture or wrong modes.
   std::string state(const std::string& type = kVPN) const {
     return version(root() / type, trees_) + " " + record(type) + " " +
            version(root() / "._saved" / type, copies_);
   }
 
-  /// What may lie there however the operation ended: old or new, or on the way from one to the
-  /// other, but nothing of both.
+  /// The states that any outcome may leave: old, new or a step between them, but never a mixture.
   void expectOldOrNew(const Operation& operation) const {
     const bool isUpdate = operation.name == "Update";
     const std::string saved = isUpdate ? "v1" : "-", before = isUpdate ? "v1 v1 v1|-" : "(-|empty)",
@@ -74,7 +73,7 @@ class SweepTest : public StoreTest {
     EXPECT_TRUE(matches(state(kOld), operation.name == "Rename" ? deleted : "- - -"));
   }
 
-  /// Nothing but services is open to other users.
+  /// Only services are open to other users.
   void expectClosed() const {
     constexpr std::filesystem::perms kOthers{077};
     for (const auto& place : {root(), scratchArea}) {
@@ -86,9 +85,9 @@ class SweepTest : public StoreTest {
     }
   }
 
-  /// What holds however an operation ended: nothing but services is found, and the next install
-  /// brings tree, record and saved copy together.
-  void expectSoundAndHealing() {
+  /// After any outcome lookups find only services, and the next install brings tree, record and
+  /// saved copy together.
+  void expectConsistentAndRepairable() {
     std::vector<std::string> recorded;
     for (const char* type : {kOld, kOther, kVPN})
       if (record(type) != "-") recorded.push_back(record(type));

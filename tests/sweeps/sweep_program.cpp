@@ -1,8 +1,8 @@
 // SPDX-License-Identifier: Apache-2.0
-// One operation on a managed root in a process of its own, for sweeps that break it from outside:
+// Runs one operation on a managed root, for sweeps that break it from outside:
 //   larkspur_sweep_program ROOT VERSION            deletes the service of that version
 //   larkspur_sweep_program ROOT VERSION ARCHIVE    installs it
-// Says what was posted and how it ended.
+// Prints what was posted and the outcome.
 #include <unistd.h>
 
 #include <iostream>
@@ -12,7 +12,7 @@
 namespace {
 
 // No bus and no journal: what is broken here is the store and the file system below it.
-struct Teller : larkspur::Log, larkspur::NotificationCenter, larkspur::AnalyticsService {
+struct Printer : larkspur::Log, larkspur::NotificationCenter, larkspur::AnalyticsService {
   bool isEnabled(larkspur::LogLevel) const noexcept override { return false; }
   void write(const larkspur::LogEntry&) noexcept override {}
   void post(const std::string& name) noexcept override { std::cout << "post " << name << '\n'; }
@@ -23,12 +23,12 @@ struct Teller : larkspur::Log, larkspur::NotificationCenter, larkspur::Analytics
 
 int main(int argc, char** argv) {
   if (argc < 3) return 2;
-  const auto teller = std::make_shared<Teller>();
+  const auto teller = std::make_shared<Printer>();
   larkspur::useLog(teller);
   larkspur::useNotificationCenter(teller);
   larkspur::useAnalyticsService(teller);
   const auto framework = larkspur::LarkspurFramework::createFramework(argv[1]);
-  // Between this and its like below the sweeps count.
+  // The sweeps break the calls between this mark and the one below.
   static_cast<void>(::access("/the operation begins", F_OK));
   try {
     if (argc == 3) {

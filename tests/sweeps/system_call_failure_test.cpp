@@ -1,6 +1,6 @@
 // SPDX-License-Identifier: Apache-2.0
-// Each system call of an operation fails once; the ways that the backend takes where a system
-// refuses the first one; and that a new tree is on the disk before it is put in place.
+// Each system call of an operation fails once; fallbacks where the first call is refused; and a new
+// tree is flushed before it is put in place.
 #include "sweeps/traced_program.h"
 
 namespace larkspur::test {
@@ -24,7 +24,7 @@ void SystemCallFailureTest::failEachCall() {
     EXPECT_TRUE(matches(end.said, kOutcomes));
     EXPECT_EQ(isPosted, deletes ? now[0] == '-' : isDone || now.starts_with("v2"));
     EXPECT_LE(scratchDirectories(), 1);
-    // The pass that sets the modes skips what it cannot read, but not for want of resources.
+    // The pass that sets the modes skips what it cannot read, but not when out of resources.
     if (isDone && std::regex_match(way, kSkipped) && now.find("other") != now.npos) {
       EXPECT_TRUE(matches(now, "(other|v2) v2 (other|v2)"));
     } else {
@@ -46,8 +46,9 @@ INSTANTIATE_TEST_SUITE_P(Each, SystemCallFailureTest,
 
 using FallbackTest = TracedTest;
 
-// What is injected, the state then, how many scratch directories stay, and what must be called.
-TEST_F(FallbackTest, TakesTheOtherWay) {
+// The injected failure, the resulting state, how many scratch directories stay, and the expected
+// call.
+TEST_F(FallbackTest, UsesTheFallback) {
   for (const auto& row : table(4, R"(
 renameat2:error=EINVAL | v2 v2 v2 | 0 | (renameat\([^\n]*\n){2}
 renameat2:error=ENOSYS | v2 v2 v2 | 0 | (renameat\([^\n]*\n){2}
@@ -79,13 +80,13 @@ pidfd_open:error=ENOSYS | v2 v2 v2 | 0 | waitid\(P_PID,
     EXPECT_EQ(end.said.ends_with("done\n"), row[1] == "v2 v2 v2");
     EXPECT_EQ(std::to_string(scratchDirectories()), row[2]);
     EXPECT_TRUE(std::regex_search(end.calls, std::regex(row[3])));
-    expectSoundAndHealing();
+    expectConsistentAndRepairable();
   }
   allowScratchDirectories(scratchDirectories());
 }
 
-// The file system that a tree lies on, after the last change to the tree; and once is enough.
-TEST_F(FallbackTest, FlushesANewTreeBeforeItIsPutInPlace) {
+// The file system of the tree, after the last change to the tree, and only once.
+TEST_F(FallbackTest, FlushesANewTreeBeforeTheExchange) {
   static const std::regex kFlushAndExchange(
       R"(\nsyncfs\(\d+<(.*)>\) += 0\n((close|newfstatat|---).*\n)*renameat2\(.*, "\1", .*$)");
   std::string calls = run(kUpdate, "-y").calls;

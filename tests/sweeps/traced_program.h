@@ -1,6 +1,6 @@
 // SPDX-License-Identifier: Apache-2.0
-// Runs an operation in a program of its own under strace, which can make any of its system calls
-// fail or be its last.
+// Runs an operation in another program under strace, which can make any of its system calls fail or
+// kill it there.
 #pragma once
 
 #include <fstream>
@@ -27,7 +27,7 @@ class TracedTest : public SweepTest {
     std::string said;   ///< By the program.
     std::string calls;  ///< As traced, from the program's start on, a line each.
   };
-  /// Prepares the operation and runs it with these options of strace.
+  /// Prepares the operation and runs it with these strace options.
   Run run(const Operation& operation, const std::string& options = "") {
     prepare(operation);
     const std::string place = directory(), archive = place + "/config.zip";
@@ -53,16 +53,16 @@ class TracedTest : public SweepTest {
     if (!isOtherMount) GTEST_SKIP() << "/dev/shm is no mount of its own here";
   }
 
-  /// Runs the operation once for each of its system calls, with that one broken in one of the
-  /// ways, and tells `check` how it was, and what came of it. Not for those calls that
-  /// touch the process alone, or that strace does not know, and not for what the program says
-  /// itself.
+  /// Runs the operation once for each of its system calls, breaks that call, and passes the way and
+  /// the result to `check`. Skips calls that only affect the process, calls that strace does not
+  /// know, and the output of the program itself.
   template <typename Check>
   void breakEachCall(const Operation& operation, const std::vector<std::string>& ways,
                      Check check) {
     static const std::regex kNone(
         R"((\W|syscall_|mmap|munmap|mprotect|brk|futex|rt_|getpid|prlimit|exit).*|.*\(1, .*)");
-    std::vector<std::pair<std::string, int>> points;  // With its number among those of its name.
+    std::vector<std::pair<std::string, int>>
+        points;  // The call and its number among those of the same name.
     std::map<std::string, int> counts;
     std::istringstream calls(run(operation).calls);
     bool begun = false;

@@ -24,10 +24,10 @@ struct InternalBuild : SystemVariant {
   bool internal = false;
 };
 
-TEST_F(RecordedTest, TheOverrideIsEvaluatedOnEveryCall) {
+TEST_F(RecordedTest, OverrideIsReadOnEveryCall) {
   const auto build = std::make_shared<InternalBuild>();
   currentPlatform().systemVariant = build;
-  useUserDefaults(nullptr);  // The system's own.
+  useUserDefaults(nullptr);  // The system's defaults.
   Utilities utilities;
   const auto admit = [&] { utilities.admitServiceType("com.corvid.x"); };
   const auto refuses = [&] { return outcome(admit) == "Service type prefix is reserved"; };
@@ -58,7 +58,7 @@ TEST_F(RecordedTest, TheOverrideIsEvaluatedOnEveryCall) {
   ::setenv("XDG_CONFIG_HOME", "relative", 1);
   EXPECT_EQ(outcome(admit), "done");
   ::unsetenv("XDG_CONFIG_HOME");
-  // Evaluated before the rule: also for a type that needs no list.
+  // The override is read first, even for a type that does not need it.
   EXPECT_EQ(
       report([&] { utilities.admitServiceType("x"); }, kEverything),
       R"(done | debug Utilities: Added com.corvid.x to allowedServiceTypes: ["com.corvid.webserver", "com.corvid.accessrules", "com.corvid.shell", "com.corvid.smartcards", "com.corvid.printing", "com.corvid.authmodules", "com.corvid.remotelogin", "com.corvid.superuser", "com.corvid.altshell", "com.corvid.x", "com.corvid.x"])");

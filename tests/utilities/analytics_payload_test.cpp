@@ -1,5 +1,5 @@
 // SPDX-License-Identifier: Apache-2.0
-// Names of changes and figures of events.
+// Names of notifications and payloads of events.
 #include <limits>
 
 #include "support/store_fixture.h"
@@ -29,7 +29,7 @@ struct EndlessFiles : ForwardingFileManager {
   }
 };
 
-TEST_F(RecordedTest, ASizeThatOverflowsStopsTheProcess) {
+TEST_F(RecordedTest, OverflowingSizeStopsTheProcess) {
   wrap<EndlessFiles>(&Platform::fileManager);
   EXPECT_EXIT(Utilities().analyticsPayload("", FileURL("/"), 0, true),
               ::testing::KilledBySignal(SIGABRT), "");

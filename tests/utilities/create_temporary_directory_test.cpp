@@ -1,5 +1,5 @@
 // SPDX-License-Identifier: Apache-2.0
-// The refusals of scratch directories that only a strange platform gives.
+// Scratch directories that the platform reports wrongly are refused.
 #include "support/store_fixture.h"
 #include "utilities/utilities.h"
 
@@ -11,7 +11,7 @@ struct StrangeFileManager : ForwardingFileManager {
   static inline std::optional<FileURL> given;
 };
 
-TEST_F(RecordedTest, WhatIsNoScratchDirectoryIsRefused) {
+TEST_F(RecordedTest, MissingScratchDirectoryIsRefused) {
   wrap<StrangeFileManager>(&Platform::fileManager);
   const auto create = [] { Utilities().createTemporaryDirectory(); };
   EXPECT_EQ(report(create),

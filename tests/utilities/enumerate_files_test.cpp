@@ -1,5 +1,5 @@
 // SPDX-License-Identifier: Apache-2.0
-// The permission pass and the link check over trees of every sort.
+// Modes and the link check over different trees.
 #include "support/store_fixture.h"
 #include "utilities/utilities.h"
 
@@ -32,7 +32,7 @@ TEST_F(RecordedTest, FilesAreListedInTheOrderOfTheDirectory) {
             "done | info Utilities: Enumerated files: [" + list + "]");
 }
 
-TEST_F(RecordedTest, LinksAndNothing) {
+TEST_F(RecordedTest, LinksAndMissingDirectories) {
   const FileURL file = writeFile(directory() / "file", "");
   for (const FileURL& place : {FileURL("/missing"), file})
     EXPECT_EQ(report([&] { Utilities().enumerateFiles(place); }, kEverything),

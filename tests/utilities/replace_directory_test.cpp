@@ -1,11 +1,11 @@
 // SPDX-License-Identifier: Apache-2.0
-// Copies that find something in their place, and locations out of paths.
+// Copies to an existing path, and URLs of paths.
 #include "support/store_fixture.h"
 #include "utilities/utilities.h"
 
 namespace larkspur::test {
 
-TEST_F(RecordedTest, ACopyNeverOverwrites) {
+TEST_F(RecordedTest, CopyNeverOverwrites) {
   const FileURL source = writeFile(directory() / "a", "new");
   writeFile(root() / "a", "old");
   EXPECT_TRUE(matches(
@@ -14,7 +14,7 @@ TEST_F(RecordedTest, ACopyNeverOverwrites) {
   EXPECT_EQ(snapshot(root()), (Tree{{"a", "f644 old"}}));
 }
 
-TEST_F(RecordedTest, LocationsOfPaths) {
+TEST_F(RecordedTest, URLsOfPaths) {
   for (const char* path : {"/", "/a b/é/%41?#[;", "/a//b/../c/"})
     EXPECT_EQ(Utilities().urlForLocation(path).path(), path);
   for (const std::string path : {"", "a b", "store/x"})

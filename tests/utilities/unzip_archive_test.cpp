@@ -1,11 +1,11 @@
 // SPDX-License-Identifier: Apache-2.0
-// What is asked of the tool, and how what it says decides.
+// How the tool is called, and how its output decides.
 #include "support/store_fixture.h"
 #include "utilities/utilities.h"
 
 namespace larkspur::test {
 
-// Runs a shell script in the tool's place, and remembers what was asked for.
+// Runs a shell script instead of the tool, and records the call.
 struct ScriptedLauncher : ForwardingTaskLauncher {
   using ForwardingTaskLauncher::ForwardingTaskLauncher;
   std::unique_ptr<Task> launch(const FileURL& tool, const std::vector<std::string>& with,
@@ -16,7 +16,7 @@ struct ScriptedLauncher : ForwardingTaskLauncher {
   static inline std::string asked, script;
 };
 
-TEST_F(RecordedTest, TheErrorTextDecides) {
+TEST_F(RecordedTest, ErrorOutputDecides) {
   std::string calls;
   wrap<ScriptedLauncher>(&Platform::taskLauncher, [&](const char* call) { calls += call; });
   for (const auto& row : table(2, R"(

@@ -1,7 +1,7 @@
 # SPDX-License-Identifier: Apache-2.0
 """The operator's tool: `python3 -m larkspur ROOT COMMAND`.
 
-Exit status: 0 done, 1 refused or, for verify, something wrong, 2 usage.
+Exit status: 0 done, 1 failed or, for verify, problems found, 2 wrong usage.
 """
 
 import argparse
@@ -18,7 +18,7 @@ _COLUMNS = ["TYPE", "VERSION", "IDENTIFIER", "CONTENT TYPE", "SHA256"]
 
 
 def _reading(arguments: argparse.Namespace) -> Store:
-    use_hooks(change=lambda name: None)  # Nothing is announced, so no bus is needed.
+    use_hooks(change=lambda name: None)  # It announces nothing and needs no bus.
     return Store(arguments.root, create=False)
 
 
@@ -84,7 +84,7 @@ def _row(service: Service) -> list[str]:
 
 
 def _printable(text: str) -> str:
-    """The text on one line, without what would steer a terminal."""
+    """The text with line breaks and control characters escaped."""
     return "".join(
         c if c.isprintable() and c != "\\" else c.encode("unicode_escape").decode() for c in text
     )
@@ -93,7 +93,7 @@ def _printable(text: str) -> str:
 def _parser() -> argparse.ArgumentParser:
     parser = argparse.ArgumentParser(
         prog="python3 -m larkspur",
-        description="Looks at and changes the services of one managed root.",
+        description="Inspects and changes the services of a managed root.",
     )
     parser.add_argument("root", metavar="ROOT", help="the managed root")
     commands = parser.add_subparsers(required=True, metavar="COMMAND")
@@ -105,20 +105,20 @@ def _parser() -> argparse.ArgumentParser:
 
     listing = command("list", _list, "list the services")
     listing.add_argument("--json", action="store_true", help="as JSON, with paths")
-    find = command("find", _find, "print the type of a version's service")
+    find = command("find", _find, "print the type of the service that VERSION installed")
     find.add_argument("version", metavar="VERSION")
-    check = command("check", _check, "try an archive; touch no service")
+    check = command("check", _check, "check an archive; change nothing")
     check.add_argument("archive", metavar="ARCHIVE")
-    install = command("install", _install, "install or update a service; make a missing root")
+    install = command("install", _install, "install or update a service; create a missing root")
     install.add_argument("type", metavar="TYPE")
     install.add_argument("archive", metavar="ARCHIVE")
     install.add_argument("--version", required=True, help="the declaration's version key")
     install.add_argument("--identifier", required=True, help="the declaration's identifier key")
-    install.add_argument("--sha256", help="the digest to record; computed when not given")
-    install.add_argument("--force", action="store_true", help="replace another declaration's")
-    delete = command("delete", _delete, "delete a version's service")
+    install.add_argument("--sha256", help="the digest to record; computed by default")
+    install.add_argument("--force", action="store_true", help="skip the check for a rename or another declaration's service")
+    delete = command("delete", _delete, "delete the service that VERSION installed")
     delete.add_argument("version", metavar="VERSION")
-    command("verify", _verify_root, "name what is wrong on disk")
+    command("verify", _verify_root, "list problems on disk")
     return parser
 
 

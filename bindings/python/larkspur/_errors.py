@@ -8,8 +8,8 @@ from collections.abc import Iterator
 class Error(Exception):
     """A call that failed.
 
-    `code` is the code of the C interface, `message` the failure in one sentence, `detail` the error
-    lines that the call logged, and `errno` the system's error number, where there is one.
+    `code` is the code of the C interface, `message` one sentence, `detail` the error lines that the
+    call logged, and `errno` the system's error number, or None.
     """
 
     code: int = 0
@@ -54,13 +54,13 @@ class ReservedServiceType(Error):
 
 
 class SymbolicLinksNotAllowed(Error):
-    """The archive holds a symbolic link; the service's tree is gone."""
+    """The archive contains a symbolic link; the service's tree is gone."""
 
     code = 6
 
 
 class InternalError(Error):
-    """Disk or record failed; `detail` has the cause."""
+    """A disk or record operation failed; see `detail`."""
 
     code = 7
 
@@ -72,19 +72,19 @@ class UnexpectedError(Error):
 
 
 class BadArgument(Error, ValueError):
-    """The caller's mistake: a text that is not allowed, or a store that is closed."""
+    """An argument is not allowed, or the store is closed."""
 
     code = 32
 
 
 class NotReady(Error):
-    """There is no notification center, or the root vanished."""
+    """There is no notification center, or the root disappeared."""
 
     code = 33
 
 
 class SystemFailure(Error):
-    """The system failed; see `errno`."""
+    """A system call failed; see `errno`."""
 
     code = 34
 
@@ -100,7 +100,7 @@ class LibraryNotFound(ImportError):
 
 
 def error_of(code: int, message: str, detail: str, errno: int) -> Error:
-    """Makes the exception for what a call returned."""
+    """The exception for a failed call."""
     for kind in (*Error.__subclasses__(), Error):
         if kind.code == code:
             break
@@ -111,7 +111,7 @@ def error_of(code: int, message: str, detail: str, errno: int) -> Error:
 
 @contextlib.contextmanager
 def system_failures(what: str) -> Iterator[None]:
-    """Makes each OSError a SystemFailure."""
+    """Turns an OSError into a SystemFailure."""
     try:
         yield
     except OSError as problem:

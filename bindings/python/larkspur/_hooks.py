@@ -1,5 +1,5 @@
 # SPDX-License-Identifier: Apache-2.0
-"""The host's own log, notification center and analytics, as Python functions."""
+"""Python functions in place of log, notification center and analytics."""
 
 import ctypes
 import enum
@@ -9,7 +9,7 @@ from . import _library
 
 
 class LogLevel(enum.IntEnum):
-    """How much a log line matters; each level is more talkative than the one before."""
+    """The level of a log line; each level includes those before it."""
 
     ERROR = 0
     INFO = 1
@@ -23,7 +23,7 @@ ChangeHook = Callable[[str], None]
 EventHook = Callable[[str, bool, int, int], None]
 """Takes service type, enabled, size of the archive and number of managed services."""
 
-# What the library may call has to stay in memory.
+# Keeps the functions that the library calls alive.
 _in_use: _library.HooksStruct | None = None
 
 
@@ -34,11 +34,11 @@ def use_hooks(
     event: EventHook | None = None,
     log_level: LogLevel = LogLevel.ERROR,
 ) -> None:
-    """Puts hooks in place for the whole process, before a store is opened.
+    """Sets the hooks of the whole process, before a store is opened.
 
-    None stands for the system's own: journal, system bus, journal. Hooks run on the threads that
-    call the library, must return soon and must not call it. What one raises goes to
-    `sys.unraisablehook`, and the call goes on. Raises BadArgument while a store is open.
+    None means the system's service: journal, system bus, journal. Hooks run on the threads that
+    call the library, must return soon and must not call it. An exception in a hook goes to
+    `sys.unraisablehook`, and the call continues. Raises BadArgument while a store is open.
     """
     global _in_use
     hooks = _library.HooksStruct(ctypes.sizeof(_library.HooksStruct))

@@ -1,5 +1,5 @@
 # SPDX-License-Identifier: Apache-2.0
-"""The C interface as it is: its structs, its functions and how texts go in and out."""
+"""The C interface: its structs and functions, and the conversion of strings."""
 
 import ctypes
 import functools
@@ -11,7 +11,7 @@ from ._errors import BadArgument, LibraryNotFound, error_of, system_failures
 
 AnyPath = str | bytes | os.PathLike[str] | os.PathLike[bytes]
 
-# With use_errno the library finds its errno as it was, whatever a hook does.
+# use_errno preserves the library's errno, whatever a hook does.
 LogFunction = ctypes.CFUNCTYPE(None, c_void_p, c_int, c_char_p, c_char_p, use_errno=True)
 ChangeFunction = ctypes.CFUNCTYPE(None, c_void_p, c_char_p, use_errno=True)
 EventFunction = ctypes.CFUNCTYPE(
@@ -81,7 +81,7 @@ _SIGNATURES: dict[str, tuple[Any, list[Any]]] = {
 
 @functools.cache
 def library() -> ctypes.CDLL:
-    """Loads the library, once it is needed."""
+    """Loads the library on first use."""
     name = os.environ.get("LARKSPUR_LIBRARY") or "liblarkspur.so.1"
     try:
         loaded = ctypes.CDLL(name)
@@ -94,7 +94,7 @@ def library() -> ctypes.CDLL:
 
 
 def call(function: str, *arguments: object) -> None:
-    """Calls a function that reports an error, without the GIL, and raises what it reports."""
+    """Calls a function without the GIL and raises the error that it reports."""
     error = ErrorStruct()
     code: int = getattr(library(), function)(*arguments, ctypes.byref(error))
     if code:
@@ -111,19 +111,19 @@ def decoded(text: bytes) -> str:
 
 
 def encoded(name: str, text: str) -> bytes:
-    """The argument `name` as the library wants its texts."""
+    """Encodes the string argument `name`."""
     try:
         return _whole(name, text.encode(errors="surrogateescape"))
     except UnicodeEncodeError as problem:
-        raise BadArgument(f"{name} is no text: {problem}") from problem
+        raise BadArgument(f"{name} is not a valid string: {problem}") from problem
 
 
 def encoded_path(name: str, path: AnyPath) -> bytes:
-    """The argument `name` as an absolute path, links and ".." untouched."""
+    """Encodes the argument `name` as an absolute path; keeps links and ".."."""
     try:
         raw = _whole(name, os.fsencode(path))
     except UnicodeEncodeError as problem:
-        raise BadArgument(f"{name} is no path: {problem}") from problem
+        raise BadArgument(f"{name} is not a valid path: {problem}") from problem
     if not raw:
         raise BadArgument(f"{name} is empty")
     if os.path.isabs(raw):
@@ -133,7 +133,7 @@ def encoded_path(name: str, path: AnyPath) -> bytes:
 
 
 def _whole(name: str, raw: bytes) -> bytes:
-    # C would take what comes before it.
+    # C would ignore everything after it.
     if b"\0" in raw:
-        raise BadArgument(f"{name} holds a NUL character")
+        raise BadArgument(f"{name} contains a NUL character")
     return raw

@@ -19,7 +19,7 @@ from ._library import AnyPath, decoded, encoded, encoded_path
 
 @dataclass(frozen=True, slots=True)
 class Service:
-    """A service and its record; None for what the record does not have."""
+    """A service and its record; None for members that the record lacks."""
 
     type: str
     version: str | None
@@ -30,14 +30,14 @@ class Service:
 
 
 class Store:
-    """One managed root; a context manager that closes it. Not closed, it stays open.
+    """A managed root; as a context manager it closes itself.
 
     Each operation runs on its caller's thread, without the GIL, and raises an Error when it fails.
     Threads may share a store as long as they work on different services.
     """
 
     def __init__(self, root: AnyPath, *, create: bool = True) -> None:
-        """Opens the root, and makes a missing one unless `create` is false."""
+        """Opens the root, and creates a missing one unless `create` is false."""
         self._lock = threading.Lock()
         self._calls = 0
         self._handle: ctypes.c_void_p | None = None
@@ -57,16 +57,16 @@ class Store:
         return Path(os.fsdecode(self._root))
 
     def path_of(self, type: str) -> Path:
-        """Where the tree of the service is or would be; looks at nothing."""
+        """The path of the service's tree, whether it exists or not."""
         name = encoded("type", type)
         if name in (b"", b".", b"..") or b"/" in name:
-            raise BadArgument(f"{type!r} is no service type")
+            raise BadArgument(f"{type!r} is not a service type")
         return Path(os.fsdecode(os.path.join(self._root, name)))
 
     def check(self, archive: AnyPath) -> None:
-        """Raises UnzipFailed or SymbolicLinksNotAllowed where an install would; touches nothing.
+        """Raises UnzipFailed or SymbolicLinksNotAllowed as an install would; changes nothing.
 
-        An install of such an archive costs the service its tree, so check first.
+        Installing such an archive removes the service's tree, so check first.
         """
         self._call("larkspur_check_archive", encoded_path("archive", archive))
 
@@ -123,7 +123,7 @@ class Store:
         self._call("larkspur_delete", encoded("version", version))
 
     def close(self) -> None:
-        """Closes the store, once the calls on other threads have ended; does not wait for them."""
+        """Closes the store when the calls on other threads have ended; does not wait for them."""
         with self._lock:
             self._closing = True
             self._close_unused()
@@ -140,7 +140,7 @@ class Store:
         self.close()
 
     def __del__(self) -> None:
-        # Left open: the library cannot close a store inside a hook, where this may run.
+        # Not closed here: this may run inside a hook, where the library cannot close a store.
         if getattr(self, "_handle", None) is not None:
             warnings.warn(f"unclosed {self!r}", ResourceWarning, source=self)
 

@@ -1,5 +1,5 @@
 # SPDX-License-Identifier: Apache-2.0
-"""Looks for what is wrong below a root, by what is on disk alone."""
+"""Finds problems below a root by reading the disk only."""
 
 import json
 import os
@@ -12,20 +12,20 @@ _RECORD = "user.Larkspur"
 _KEYS = {"declarationVersionKey", "declarationIdentifierKey", "contentType", "hashSHA256"}
 
 Problem = tuple[str, str]
-"""A path and what is wrong with it."""
+"""A path and its problem."""
 
 
 def problems(root: str) -> Iterator[Problem]:
-    """What is wrong below the root; raises OSError when the root cannot be listed."""
+    """The problems below the root; raises OSError when the root cannot be listed."""
     names = sorted(os.listdir(root))
     for name in names:
         path = os.path.join(root, name)
         if name == _SAVED:
             yield from _saved_without_tree(root, path)
         elif name.startswith(_STAGING):
-            yield path, "left over from an install or a deletion that did not end"
+            yield path, "left over from an interrupted install or deletion"
         elif not _is_directory(path):
-            yield path, "no directory"
+            yield path, "not a directory"
         else:
             yield from _service_problems(root, name)
 
@@ -47,9 +47,9 @@ def _record_problem(path: str) -> str:
     except OSError as problem:
         return f"tree without a record: {problem.strerror}"
     except (ValueError, RecursionError):
-        return "record is no JSON"
+        return "record is not JSON"
     if not isinstance(record, dict):
-        return "record is no JSON object"
+        return "record is not a JSON object"
     missing = sorted(key for key in _KEYS if not isinstance(record.get(key), str))
     return f"record without {', '.join(missing)}" if missing else ""
 
@@ -68,7 +68,7 @@ def _tree_problems(top: str) -> Iterator[Problem]:
             elif stat.S_ISREG(mode):
                 yield from _mode_problem(path, mode, 0o444)
             else:
-                yield path, "no file and no directory"
+                yield path, "neither a file nor a directory"
         except OSError as problem:
             yield path, f"cannot be read: {problem.strerror}"
 

@@ -1,5 +1,5 @@
 // SPDX-License-Identifier: Apache-2.0
-// Analytics events as entries of the system's journal.
+// Writes analytics events to the system's journal.
 #include <syslog.h>
 
 #include <cstdint>
@@ -17,7 +17,7 @@ constexpr char kSubsystem[] = "LarkspurFramework";
 std::string fieldName(std::string_view key) {
   std::string name = "LARKSPUR_";
   for (const char character : key) {
-    // By hand: the host's locale must not have a say.
+    // By hand: `toupper` depends on the host's locale.
     const bool isLower = 'a' <= character && character <= 'z';
     if ('A' <= character && character <= 'Z') name += '_';
     name += isLower ? static_cast<char>(character - 'a' + 'A') : character;
@@ -34,7 +34,7 @@ std::string fieldText(const AnalyticsValue& value) {
 class JournalAnalytics : public AnalyticsService {
  public:
   void sendEvent(const std::string& name, AnalyticsPayload payload) noexcept override {
-    sendEntry(LOG_INFO, "An event for analytics", kSubsystem, [&](JournalEntry& entry) {
+    sendEntry(LOG_INFO, "Analytics event", kSubsystem, [&](JournalEntry& entry) {
       entry.add("MESSAGE_ID", kMessageId);
       entry.add("LARKSPUR_EVENT", name);
       for (const auto& [key, value] : payload) entry.add(fieldName(key), fieldText(value));

@@ -1,5 +1,5 @@
 // SPDX-License-Identifier: Apache-2.0
-// Pipes that cannot stall their writer, and the loop that empties them.
+// Reads both output pipes of a child without letting either block it.
 #include "platform/linux/child_output.h"
 
 #include <fcntl.h>
@@ -18,8 +18,8 @@ namespace {
 constexpr int kPipeSize = 1 << 20;
 constexpr int kTimerMilliseconds = 20;
 
-/// A process that runs with descriptors 0 to 2 closed gets those numbers for its pipes, and what it
-/// then prints would be taken for the tool's words.
+/// In a process with descriptors 0 to 2 closed a pipe would get one of these numbers, and what the
+/// process prints would be read as the tool's output.
 FileDescriptor aboveStandardStreams(FileDescriptor descriptor) {
   if (descriptor.get() > STDERR_FILENO) return descriptor;
   FileDescriptor moved(::fcntl(descriptor.get(), F_DUPFD_CLOEXEC, STDERR_FILENO + 1));
@@ -36,7 +36,7 @@ ChildOutput::ChildOutput() {
     FileDescriptor readEnd(ends[0]), writeEnd(ends[1]);
     pipe.readEnd = aboveStandardStreams(std::move(readEnd));
     pipe.writeEnd = aboveStandardStreams(std::move(writeEnd));
-    // Only this end: the child's own writes must wait and not fail.
+    // Only this end: the child's writes must block, not fail.
     if (::fcntl(pipe.readEnd.get(), F_SETFL, O_NONBLOCK) != 0) fail("fcntl", "pipe");
     pipe.large = ::fcntl(pipe.readEnd.get(), F_SETPIPE_SZ, kPipeSize) >= 0;
   }
@@ -52,9 +52,9 @@ bool ChildOutput::atEnd() const noexcept {
 
 std::string ChildOutput::readToEnd(Stream stream, Child& child) {
   while (pipes_[stream].readEnd) {
-    waitForNews(child);
-    // Asked before the pipes are drained, so that the child's last words are in them. After that
-    // nobody speaks for it: an end that is still open was inherited by a fork of the host.
+    waitForOutputOrExit(child);
+    // Checked before draining, so that the child's last output is in the pipes. After that, a pipe
+    // that is still open was inherited by a fork of the host.
     const bool ended = child.reap();
     for (Pipe& pipe : pipes_) {
       drain(pipe);
@@ -64,18 +64,18 @@ std::string ChildOutput::readToEnd(Stream stream, Child& child) {
   return std::exchange(pipes_[stream].text, {});
 }
 
-/// Returns when a stream or the child has ended, when a small pipe has something, or in time to
-/// empty a large one before it is full.
-void ChildOutput::waitForNews(const Child& child) const {
-  std::array<pollfd, 3> news{};
+/// Returns when a stream or the child has ended, when a small pipe has data, or in time to drain a
+/// large one before it is full.
+void ChildOutput::waitForOutputOrExit(const Child& child) const {
+  std::array<pollfd, 3> events{};
   int timeout = child.descriptor() >= 0 ? -1 : kTimerMilliseconds;
   for (std::size_t i = 0; i < pipes_.size(); ++i) {
-    // No event asked for: the end of a stream wakes all the same, its bytes do not.
-    news[i] = {pipes_[i].readEnd.get(), static_cast<short>(pipes_[i].large ? 0 : POLLIN), 0};
+    // No events: poll still reports the end of the stream, but not its data.
+    events[i] = {pipes_[i].readEnd.get(), static_cast<short>(pipes_[i].large ? 0 : POLLIN), 0};
     if (pipes_[i].readEnd && pipes_[i].large) timeout = kTimerMilliseconds;
   }
-  news.back() = {child.descriptor(), POLLIN, 0};
-  if (::poll(news.data(), news.size(), timeout) < 0 && errno != EINTR) fail("poll", "pipe");
+  events.back() = {child.descriptor(), POLLIN, 0};
+  if (::poll(events.data(), events.size(), timeout) < 0 && errno != EINTR) fail("poll", "pipe");
 }
 
 void ChildOutput::drain(Pipe& pipe) {

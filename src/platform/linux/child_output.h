@@ -1,8 +1,8 @@
 // SPDX-License-Identifier: Apache-2.0
-// The two streams of a child, both emptied whichever of them is being read.
+// The two output streams of a child; reading one drains both.
 //
-// The pipes are large and emptied on a timer instead of at each write: waking the reader for every
-// line of a tool's listing costs more than a third of the tool's own time.
+// The pipes are large and drained on a timer: waking up for every line of a tool's listing costs
+// more than a third of the tool's run time.
 #pragma once
 
 #include <array>
@@ -17,19 +17,19 @@ class ChildOutput {
  public:
   enum Stream : std::size_t { standardOutput, standardError };
 
-  /// Makes the pipes. Throws `std::system_error`.
+  /// Creates the pipes. Throws `std::system_error`.
   ChildOutput();
 
-  /// The descriptor that becomes the child's stream; above 2, so that no stream lands on another.
+  /// The descriptor that becomes the child's stream; above 2, clear of the standard streams.
   int writeEnd(Stream stream) const noexcept { return pipes_[stream].writeEnd.get(); }
-  /// To be called once the child has its own: this process never writes.
+  /// Call once the child has started: this process never writes.
   void closeWriteEnds() noexcept;
 
-  /// All bytes of `stream`, once every writer has closed it or `child` has ended. What the other
-  /// stream brings meanwhile is kept for its own call. Throws `std::system_error`.
+  /// All bytes of `stream`, once every writer has closed it or `child` has ended. Output on the
+  /// other stream is kept for its call. Throws `std::system_error`.
   std::string readToEnd(Stream stream, Child& child);
 
-  /// Whether both streams have come to their end.
+  /// Whether both streams have ended.
   bool atEnd() const noexcept;
 
  private:
@@ -39,11 +39,11 @@ class ChildOutput {
     std::string text;
   };
 
-  void waitForNews(const Child& child) const;
+  void waitForOutputOrExit(const Child& child) const;
   void drain(Pipe& pipe);
 
   std::array<Pipe, 2> pipes_;
-  std::array<char, 1 << 16> buffer_;  // not on the stack, of which a host thread may have little
+  std::array<char, 1 << 16> buffer_;  // not on the stack, which may be small
 };
 
 }  // namespace larkspur::linuxos

@@ -1,5 +1,5 @@
 // SPDX-License-Identifier: Apache-2.0
-// Starting a child by `vfork`, because `posix_spawn` has no step for confining it, and reaping it.
+// Starts children with `vfork`, since `posix_spawn` cannot confine them, and reaps them.
 #include "platform/linux/child_process.h"
 
 #include <fcntl.h>
@@ -24,7 +24,7 @@ struct Launch {
   char* const* arguments;
   char* const* environment;
   bool hasInput;
-  // Written by the child while the parent's thread stands still, unseen by the compiler.
+  // Volatile: the child writes them while the parent is suspended.
   const char* volatile failedCall = nullptr;
   volatile int code = 0;
 };
@@ -32,8 +32,8 @@ struct Launch {
 [[noreturn]] void giveUp(Launch& launch, const char* call) {
   launch.code = errno;
   launch.failedCall = call;
-  // Emulators and valgrind turn `vfork` into `fork`, and the parent does not see the code. It sees
-  // this text in the tool's error stream instead, and takes that for a failure.
+  // Under valgrind and emulators `vfork` is `fork`, and the parent does not see the code. There
+  // this text in the tool's error stream makes the call fail.
   constexpr char kText[] = "not started\n";
   ::syscall(SYS_write, launch.start.standardError, kText, sizeof kText - 1);
   while (true) ::syscall(SYS_exit_group, 127);
@@ -46,15 +46,15 @@ int attempt(Launch& launch, const char* call, long number, Arguments... argument
   return static_cast<int>(result);
 }
 
-/// Everything the child does before the tool. Raw system calls only: wrappers of sanitizers and
-/// coverage tools would record what the child does in the parent's memory.
+/// Runs in the child. Raw system calls only: the wrappers of sanitizers and coverage tools would
+/// write to the memory shared with the parent.
 [[noreturn]] void runTool(Launch& launch) {
   ChildStart& start = launch.start;
-  // To the kernel: default handling, and a mask without signals.
+  // To the kernel: default handling, and an empty signal mask.
   static constexpr unsigned long kNone[16] = {};
   constexpr std::size_t kMaskSize = _NSIG / 8;
 
-  // First, since the ruleset's number may be one of the standard streams'.
+  // First: the ruleset's descriptor may have the number of a standard stream.
   if (!start.confinement.enter()) giveUp(launch, "landlock_restrict_self");
   attempt(launch, "setsid", SYS_setsid);
   if (!launch.hasInput) {
@@ -64,7 +64,7 @@ int attempt(Launch& launch, const char* call, long number, Arguments... argument
   attempt(launch, "dup3", SYS_dup3, start.standardOutput, STDOUT_FILENO, 0);
   start.standardError = attempt(launch, "dup3", SYS_dup3, start.standardError, STDERR_FILENO, 0);
   attempt(launch, "close_range", SYS_close_range, STDERR_FILENO + 1, ~0U, 0);
-  // Fails for SIGKILL and SIGSTOP, which have no other handling.
+  // Fails for SIGKILL and SIGSTOP, which always have default handling.
   for (int signal = 1; signal < _NSIG; ++signal)
     ::syscall(SYS_rt_sigaction, signal, kNone, nullptr, kMaskSize);
   attempt(launch, "sigprocmask", SYS_rt_sigprocmask, SIG_SETMASK, kNone, nullptr, kMaskSize);
@@ -91,14 +91,14 @@ std::vector<char*> pointers(std::vector<std::string>& texts) {
 
 }  // namespace
 
-Child::Child(ChildStart with) {
-  const std::vector<char*> arguments = pointers(with.arguments);
-  const std::vector<char*> environment = pointers(with.environment);
-  // Without an input the tool's first file would become its input, and the tool would take the
-  // bytes of an archive for answers to its questions.
+Child::Child(ChildStart start) {
+  const std::vector<char*> arguments = pointers(start.arguments);
+  const std::vector<char*> environment = pointers(start.environment);
+  // With standard input closed, the first file that the tool opens would become its input, and it
+  // would read an archive's bytes as answers to its prompts.
   const int input = ::fcntl(STDIN_FILENO, F_GETFD);
-  checkedPath("execve", with.executable);
-  Launch launch{.start = with,
+  checkedPath("execve", start.executable);
+  Launch launch{.start = start,
                 .arguments = arguments.data(),
                 .environment = environment.data(),
                 .hasInput = input >= 0 && (input & FD_CLOEXEC) == 0};
@@ -109,10 +109,10 @@ Child::Child(ChildStart with) {
   id_ = forkAndRun(launch);
   const int code = errno;
   ::pthread_sigmask(SIG_SETMASK, &before, nullptr);
-  if (id_ < 0) fail(code, "vfork", with.executable);
+  if (id_ < 0) fail(code, "vfork", start.executable);
   if (launch.code != 0) {
     uninterrupted([this] { return ::waitpid(id_, nullptr, 0); });  // It is about to end.
-    fail(launch.code, launch.failedCall, with.executable);
+    fail(launch.code, launch.failedCall, start.executable);
   }
   descriptor_ = FileDescriptor(static_cast<int>(::syscall(SYS_pidfd_open, id_, 0)));
 }
@@ -123,16 +123,15 @@ bool Child::reap() noexcept {
   int result = 0;
   do {
     end.si_pid = 0;
-    // The descriptor stays with this very child; a bare id may have passed on to another child
-    // where the host reaps whatever ends.
+    // A pidfd always means this child; where the host reaps every child, a bare id may have been
+    // reused.
     result = descriptor_
                  ? ::waitid(P_PIDFD, static_cast<id_t>(descriptor_.get()), &end, WEXITED | WNOHANG)
                  : ::waitid(P_PID, static_cast<id_t>(id_), &end, WEXITED | WNOHANG);
   } while (result != 0 && errno == EINTR);
   if (result == 0 && end.si_pid == 0) return false;
   if (result != 0 && errno != ECHILD && descriptor_) {
-    // The number is no child any more, since the host closed all it did not know; not ours to
-    // close.
+    // The host closed the pidfd, and its number may belong to another file: do not close it.
     descriptor_.release();
     return reap();
   }

@@ -1,5 +1,5 @@
 // SPDX-License-Identifier: Apache-2.0
-// Child processes, each reaped by its own id and never waited for long.
+// Child processes; each is reaped by its id, without blocking.
 #pragma once
 
 #include <sys/types.h>
@@ -12,31 +12,30 @@
 
 namespace larkspur::linuxos {
 
-/// What a child starts with. Standard input is inherited if it is open and not close-on-exec, else
-/// /dev/null; no other descriptor, handler, blocked signal or terminal of the parent is left.
+/// What a child starts with. It inherits standard input if that is open and not close-on-exec, else
+/// gets /dev/null, and no other descriptor, signal handler, blocked signal or terminal.
 struct ChildStart {
   std::string executable;
-  std::vector<std::string> arguments;  // its name first
+  std::vector<std::string> arguments;  // starting with its name
   std::vector<std::string> environment;
   int standardOutput, standardError;  // above 2
   Confinement& confinement;
 };
 
-/// A child of this process, from its start until it is reaped. No other child is ever touched, and
-/// a host that reaps it first, or ignores `SIGCHLD`, is no failure.
+/// A child of this process, until it is reaped. Other children are never touched, and the host may
+/// reap this one first or ignore `SIGCHLD`.
 class Child {
  public:
   Child() = default;
-  /// Starts the child without copying the parent's memory, whose size therefore costs nothing.
-  /// Throws `std::system_error`; no child is left then.
+  /// Starts the child without copying the parent's memory. Throws `std::system_error` if it cannot.
   explicit Child(ChildStart start);
 
-  /// Reaps the child if it has ended; true when nothing is left to reap. Never blocks.
+  /// Reaps the child if it has ended; returns true when nothing is left to reap. Never blocks.
   bool reap() noexcept;
-  /// The same, but waits some milliseconds, since a tool closes its streams just before it ends.
+  /// The same, but waits a few milliseconds: a tool closes its streams just before it exits.
   bool reapShortly() noexcept;
 
-  /// Readable once the child has ended; negative where the system gave none.
+  /// A pidfd, readable once the child has ended; negative if the system has none.
   int descriptor() const noexcept { return descriptor_.get(); }
 
  private:

@@ -1,5 +1,5 @@
 // SPDX-License-Identifier: Apache-2.0
-// Landlock rulesets, as far as the running kernel knows them.
+// Landlock rulesets, limited to what the running kernel supports.
 #include "platform/linux/confinement.h"
 
 #include <fcntl.h>
@@ -18,14 +18,14 @@ namespace {
 
 using Bits = std::uint64_t;
 
-// What the header of older distributions lacks, and the version of Landlock that brought it.
+// Missing in older headers; the comment is the version of Landlock that introduced each.
 constexpr Bits kTruncateFile = Bits{1} << 14;                       // 3
 constexpr Bits kBindTCP = 1, kConnectTCP = 2;                       // 4
 constexpr Bits kControlDevice = Bits{1} << 15;                      // 5
 constexpr Bits kAbstractSocketsOutside = 1, kSignalsToOutside = 2;  // 6
 
-/// `landlock_ruleset_attr` of version 6. Older kernels accept it as long as what they do not know
-/// is 0.
+/// `landlock_ruleset_attr` of version 6. Older kernels accept it if the fields they do not know are
+/// 0.
 struct Restrictions {
   Bits files = 0, connections = 0, scopes = 0;
 };
@@ -39,7 +39,7 @@ constexpr Bits kChangeBelow = LANDLOCK_ACCESS_FS_WRITE_FILE | LANDLOCK_ACCESS_FS
 constexpr Bits kUseDevices =
     LANDLOCK_ACCESS_FS_MAKE_CHAR | LANDLOCK_ACCESS_FS_MAKE_BLOCK | kControlDevice;
 
-/// The version of the kernel's Landlock, or the negative error number of a kernel without.
+/// The version of the kernel's Landlock, or the negative error number if it has none.
 int landlockVersion() noexcept {
   static std::atomic<int> known{0};
   if (known == 0) {
@@ -52,7 +52,7 @@ int landlockVersion() noexcept {
 
 Restrictions restrictionsOf(int version) {
   Bits files = kChangeBelow | kUseDevices;
-  if (version < 2) files &= ~Bits{LANDLOCK_ACCESS_FS_REFER};  // denied all the same
+  if (version < 2) files &= ~Bits{LANDLOCK_ACCESS_FS_REFER};  // always denied
   if (version < 3) files &= ~kTruncateFile;
   if (version < 5) files &= ~kControlDevice;
   return {.files = files,
@@ -68,7 +68,7 @@ void allowBelow(const FileDescriptor& ruleset, const FileDescriptor& place, Bits
 }
 
 /// Not built in, turned off, or too many nested domains.
-bool saysMissing(int code) noexcept {
+bool meansNoLandlock(int code) noexcept {
   return code == ENOSYS || code == EOPNOTSUPP || code == E2BIG;
 }
 
@@ -82,8 +82,8 @@ Confinement::Confinement(const std::string& writableDirectory) {
         ::syscall(SYS_landlock_create_ruleset, &restrictions, sizeof restrictions, 0)));
   if (!ruleset_) {
     missing_ = version > 0 ? errno : -version;
-    // Here EPERM is never the kernel's answer, but that of a container's system call filter.
-    if (!saysMissing(missing_) && missing_ != EPERM)
+    // EPERM here comes from a container's system call filter, never from the kernel.
+    if (!meansNoLandlock(missing_) && missing_ != EPERM)
       fail(missing_, "landlock_create_ruleset", writableDirectory);
     return;
   }
@@ -99,7 +99,7 @@ bool Confinement::enter() noexcept {
   if (::syscall(SYS_prctl, PR_SET_NO_NEW_PRIVS, 1L, 0L, 0L, 0L) != 0) return false;
   if (!ruleset_ || ::syscall(SYS_landlock_restrict_self, ruleset_.get(), 0) == 0) return true;
   missing_ = errno;
-  return saysMissing(missing_);
+  return meansNoLandlock(missing_);
 }
 
 void Confinement::report() const noexcept {

@@ -1,5 +1,5 @@
 // SPDX-License-Identifier: Apache-2.0
-// What a tool may still do: a Landlock domain that its process enters before the tool runs.
+// Restricts a tool with a Landlock domain that its process enters before the tool runs.
 #pragma once
 
 #include <string>
@@ -8,25 +8,24 @@
 
 namespace larkspur::linuxos {
 
-/// A process inside can write, create, truncate, link and remove only below one directory, except
-/// that it can write to /dev/null, and makes no device files. If the kernel knows how, it opens no
-/// TCP connections, and signals and abstract sockets of other processes are out of its reach.
-/// Reading and executing stay free.
+/// A confined process can write, create, truncate, link and remove only below one directory, write
+/// to /dev/null, and create no device files. If the kernel supports it, the process cannot use TCP,
+/// signal other processes or reach their abstract sockets. Reading and executing stay allowed.
 class Confinement {
  public:
-  /// Throws `std::system_error`; a kernel without Landlock is no failure.
+  /// Throws `std::system_error`, but not on a kernel without Landlock.
   explicit Confinement(const std::string& writableDirectory);
 
-  /// For the child: gives up new privileges and enters, for good. Makes system calls only. Returns
-  /// false with `errno` set if that failed; a kernel without Landlock is no failure.
+  /// For the child: gives up new privileges and enters the domain. Makes system calls only. Returns
+  /// false and sets `errno` on failure; a kernel without Landlock is not one.
   bool enter() noexcept;
 
-  /// Logs, once per process, that Landlock is missing, if it is.
+  /// Logs, once per process, if Landlock is missing.
   void report() const noexcept;
 
  private:
   FileDescriptor ruleset_;
-  volatile int missing_ = 0;  // the error number of a kernel without Landlock; set by the child too
+  volatile int missing_ = 0;  // why there is no Landlock, or 0; the child sets it too
 };
 
 }  // namespace larkspur::linuxos

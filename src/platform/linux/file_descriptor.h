@@ -11,7 +11,7 @@ namespace larkspur::linuxos {
 class FileDescriptor {
  public:
   FileDescriptor() = default;
-  /// Owns `number`; a negative one stands for none.
+  /// Owns `number`; a negative one means none.
   explicit FileDescriptor(int number) noexcept : number_(number) {}
   FileDescriptor(FileDescriptor&& other) noexcept : number_(std::exchange(other.number_, -1)) {}
   FileDescriptor& operator=(FileDescriptor&& other) noexcept {

@@ -9,7 +9,6 @@
 #include <algorithm>
 #include <cerrno>
 #include <cstdlib>
-#include <cstring>
 #include <string>
 #include <utility>
 
@@ -30,7 +29,7 @@ Existence existenceAt(std::string path) {
   struct stat status;
   int result = ::stat(path.c_str(), &status);
   if (result != 0 && errno == ENOTDIR) {
-    // A file is a file with slashes after its name, too.
+    // For a file too, trailing slashes do not matter.
     path.erase(path.find_last_not_of('/') + 1);
     result = ::stat(path.c_str(), &status);
   }
@@ -86,9 +85,9 @@ class Item : public EnumeratedItem {
   const WalkEntry& entry_;
 };
 
-// What may not be read is passed over; what was only not read for want of descriptors or memory
-// must not be, since nobody would have looked for links in it.
-void passOver(const std::string& directory) {
+// Skips what may not be read, but fails when out of descriptors or memory: links in there would go
+// unnoticed.
+void skipUnreadable(const std::string& directory) {
   if (errno == EMFILE || errno == ENFILE || errno == ENOMEM) fail("open", directory);
 }
 
@@ -101,15 +100,15 @@ class Enumeration : public WalkVisitor {
     Item item(top_, entry);
     visit_(item);
   }
-  void unopened(const WalkEntry& entry) override { passOver(entry.path()); }
-  void unlisted(const std::string& directory) override { passOver(directory); }
+  void unopened(const WalkEntry& entry) override { skipUnreadable(entry.path()); }
+  void unlisted(const std::string& directory) override { skipUnreadable(directory); }
 
  private:
   const FileURL& top_;
   const std::function<void(EnumeratedItem&)>& visit_;
 };
 
-// A link at the location itself is followed, as everywhere a directory is named.
+// Follows a link at the path itself, unlike `openDirectory`.
 FileDescriptor openLocation(const char* path) {
   return FileDescriptor(
       uninterrupted([&] { return ::open(path, O_RDONLY | O_DIRECTORY | O_CLOEXEC); }));
@@ -185,7 +184,7 @@ class LinuxFileManager : public FileManager {
     std::vector<char> names;
     if (!appendNames(opened.get(), names)) fail("getdents64", directory.path());
     std::vector<FileURL> contents;
-    // One zero byte ends each name; a type that is zero too only makes room for more.
+    // Names end in a zero byte; a type that is zero too only reserves more.
     contents.reserve(static_cast<std::size_t>(std::count(names.begin(), names.end(), '\0')));
     for (std::size_t at = 0; at < names.size();) {
       const std::string_view name = &names[at + 1];
@@ -198,7 +197,7 @@ class LinuxFileManager : public FileManager {
   void enumerate(const FileURL& directory,
                  const std::function<void(EnumeratedItem&)>& visit) override {
     FileDescriptor top = openLocation(checkedPath("open", directory.path()));
-    if (!top) return passOver(directory.path());
+    if (!top) return skipUnreadable(directory.path());
     Enumeration enumeration(directory, visit);
     walkDirectory(std::move(top), directory.path(), enumeration);
   }

@@ -1,5 +1,5 @@
 // SPDX-License-Identifier: Apache-2.0
-// Swapping trees in and out through a staging directory.
+// Replaces and removes items through a staging directory.
 #include "platform/linux/item_replacement.h"
 
 #include <fcntl.h>
@@ -27,7 +27,7 @@ namespace {
 
 constexpr mode_t kInstalledMode = 0755;
 
-// 0, or the error number.
+// Returns 0 or the error number.
 int renameItem(const std::string& from, const std::string& to, unsigned flags = 0) {
   return ::renameat2(AT_FDCWD, from.c_str(), AT_FDCWD, to.c_str(), flags) == 0 ? 0 : errno;
 }
@@ -42,8 +42,8 @@ bool putBack(StagingDirectory& staging, const std::string& staged, const std::st
   return false;
 }
 
-// The old item waits in the staging directory until the new one is in place. 0, or the error
-// number and the old item in its place.
+// Keeps the old item in the staging directory until the new one is in place. Returns 0, or the
+// error number with the old item back in its place.
 int swapByTwoRenames(StagingDirectory& staging, const std::string& item, const std::string& staged,
                      const std::string& backupName) {
   const std::string backup = staging.pathOf(backupName);
@@ -60,7 +60,7 @@ int swap(StagingDirectory& staging, const std::string& item, const std::string& 
   return swapByTwoRenames(staging, item, staged, backupName);
 }
 
-// In the staging directory alone a tree may be open to others: nobody else gets that far.
+// Opens the tree to others while it is in the closed staging directory, then swaps it in.
 void publish(StagingDirectory& staging, const std::string& item, const std::string& staged,
              const std::string& backupName) {
   const FileDescriptor tree = openDirectory(AT_FDCWD, staged.c_str());
@@ -70,8 +70,8 @@ void publish(StagingDirectory& staging, const std::string& item, const std::stri
   if (const int code = swap(staging, item, staged, backupName)) fail(code, "rename", item);
 }
 
-// Puts the tree back if nothing of it is gone yet. Half of it must not go back: it stays hidden,
-// and the next operation removes it.
+// Puts the tree back if nothing of it is gone yet. A partial tree stays hidden, and the next
+// operation removes it.
 void eraseStaged(StagingDirectory& staging, const std::string& staged, const std::string& item) {
   bool begun = false;
   try {
@@ -87,8 +87,8 @@ void eraseStaged(StagingDirectory& staging, const std::string& staged, const std
   }
 }
 
-// On a disk too full for one more directory the item becomes the staging directory itself, without
-// its record, which would make it a service.
+// On a disk too full for a new directory the item itself becomes the staging directory. Its record
+// is removed, since it would make it a service.
 void hideAndErase(const std::string& item, const std::string& root) {
   const FileDescriptor directory = openDirectory(AT_FDCWD, item.c_str());
   struct stat before;
@@ -128,7 +128,7 @@ void putInPlace(const std::string& item, const std::string& replacement,
     publish(staging, item, staged, backupName);
   } catch (const std::system_error&) {
     const int code = errno;
-    // Closed again before it leaves.
+    // Closed again before it leaves the staging directory.
     if (moved == 0 && setMode(AT_FDCWD, staged.c_str(), S_IRWXU))
       putBack(staging, staged, replacement);
     errno = code;

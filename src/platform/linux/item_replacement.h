@@ -1,6 +1,5 @@
 // SPDX-License-Identifier: Apache-2.0
-// Putting a finished directory in the place of an item, and taking an item out of its place, so
-// that no reader and no crash meets a mixture or a half.
+// Replaces or removes an item so that neither a reader nor a crash sees a partial one.
 #pragma once
 
 #include <string>
@@ -18,7 +17,7 @@ void putInPlace(const std::string& item, const std::string& replacement,
 /// See `FileManager::removeItem`.
 void takeOutOfPlace(const std::string& item, const std::string& root);
 
-/// Writes everything on the volume of the open file to the disk. Logs a failure and throws it.
+/// Flushes the volume of the open file to the disk. Logs and throws a failure.
 void flushVolume(int descriptor, const std::string& path);
 
 }  // namespace larkspur::linuxos

@@ -1,5 +1,5 @@
 // SPDX-License-Identifier: Apache-2.0
-// The journal's native protocol.
+// Sends entries in the journal's native protocol.
 #include "platform/linux/journal_entry.h"
 
 #include <fcntl.h>
@@ -40,7 +40,7 @@ void JournalEntry::add(std::string_view field, std::string_view value) {
 }
 
 void JournalEntry::send() const noexcept {
-  // A socket of its own for each entry, so that its buffer is never full of earlier ones.
+  // A new socket for each entry: its buffer is never full of earlier ones.
   const FileDescriptor socket(::socket(AF_UNIX, SOCK_DGRAM | SOCK_CLOEXEC | SOCK_NONBLOCK, 0));
   if (!socket ||
       ::connect(socket.get(), reinterpret_cast<const sockaddr*>(&kJournal), sizeof kJournal) != 0)
@@ -50,7 +50,7 @@ void JournalEntry::send() const noexcept {
     sendAsFile(socket.get());
 }
 
-/// What is too long for a datagram travels as a file that nobody can change any more.
+/// Sends an entry that is too long for a datagram as a sealed file.
 void JournalEntry::sendAsFile(int socket) const noexcept {
   const FileDescriptor file(::memfd_create("journal-entry", MFD_CLOEXEC | MFD_ALLOW_SEALING));
   if (!file) return;

@@ -1,9 +1,9 @@
 // SPDX-License-Identifier: Apache-2.0
-// One entry of the system's journal, which neither waits nor fails.
+// An entry for the system's journal; sending it neither blocks nor fails.
 //
-// Entries are sent in the journal's own protocol by hand. The library's call for it blocks while
-// the journal does not read, and a look at the socket before the call cannot rule that out: what
-// fills up first may be the send buffer of a socket that the library keeps to itself.
+// Not through libsystemd: its call blocks while the journal does not read. Polling the socket first
+// does not prevent that, since the send buffer that fills up may be that of libsystemd's own
+// socket.
 #pragma once
 
 #include <cerrno>
@@ -13,12 +13,11 @@
 
 namespace larkspur::linuxos {
 
-/// Built field by field.
 class JournalEntry {
  public:
   JournalEntry(int priority, std::string_view message, std::string_view subsystem);
   void add(std::string_view field, std::string_view value);
-  /// An entry that the journal does not take at once is lost.
+  /// Drops the entry if the journal does not take it at once.
   void send() const noexcept;
 
  private:
@@ -27,7 +26,7 @@ class JournalEntry {
   std::string bytes_;
 };
 
-/// Makes and sends an entry; the caller's `errno` is often what its next line is about.
+/// Builds and sends an entry. Preserves `errno`, which the caller often logs next.
 template <typename Fill>
 void sendEntry(int priority, std::string_view message, std::string_view subsystem,
                Fill fill) noexcept {
@@ -37,7 +36,7 @@ void sendEntry(int priority, std::string_view message, std::string_view subsyste
     fill(entry);
     entry.send();
   } catch (const std::bad_alloc&) {
-    // The line is lost, the operation is not.
+    // Out of memory: only the entry is lost.
   }
   errno = before;
 }

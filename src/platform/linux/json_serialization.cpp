@@ -1,8 +1,8 @@
 // SPDX-License-Identifier: Apache-2.0
 // JSON by Boost.JSON, which is compiled into this file.
 
-// A program that links the static library may bring another version of Boost.
-#define BOOST_NO_USER_CONFIG  // The name of its file would be changed as well.
+// Renamed: a program that links the static library may use another version of Boost.
+#define BOOST_NO_USER_CONFIG  // The rename would change its file name too.
 #define boost larkspur_boost
 #include <boost/json/basic_parser_impl.hpp>
 #include <boost/json/serialize.hpp>
@@ -19,13 +19,13 @@ namespace {
 
 namespace json = larkspur_boost::json;
 
-// Keeps the members of an object at the top level, and passes over all that is below them.
+// Keeps the members of a top-level object and skips everything nested deeper.
 class MemberCollector {
  public:
   using Error = larkspur_boost::system::error_code;
   using Text = json::string_view;
 
-  // The limits that the parser asks its handler for.
+  // Limits that the parser requires.
   static constexpr auto max_object_size = static_cast<std::size_t>(-1);
   static constexpr auto max_array_size = max_object_size;
   static constexpr auto max_key_size = max_object_size;
@@ -39,7 +39,7 @@ class MemberCollector {
   bool on_array_begin(Error&) { return enter(); }
   bool on_array_end(std::size_t, Error&) { return leave(); }
 
-  // Text comes in parts where it holds escapes.
+  // Strings with escapes arrive in parts.
   bool on_key_part(Text part, std::size_t, Error&) { return append(part); }
   bool on_key(Text part, std::size_t, Error&) {
     append(part);
@@ -64,7 +64,7 @@ class MemberCollector {
   bool on_comment_part(Text, Error&) { return true; }
   bool on_comment(Text, Error&) { return true; }
 
-  // Nothing unless the top level is an object.
+  // nullopt unless the top level is an object.
   std::optional<std::vector<JSONObject::Member>> members;
   bool isContainer = false;
 
@@ -90,7 +90,7 @@ class MemberCollector {
 };
 
 void append(std::string& text, const std::string& value) {
-  if (!isUTF8(value)) throw JSONError("unable to encode a text that is not UTF-8");
+  if (!isUTF8(value)) throw JSONError("unable to encode a string that is not UTF-8");
   for (const char character : json::serialize(json::string_view(value))) {
     if (character == '/') text += '\\';
     text += character;

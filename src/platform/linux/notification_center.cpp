@@ -1,6 +1,6 @@
 // SPDX-License-Identifier: Apache-2.0
-// Signals over one connection to the system bus, which is opened anew after a fork or a restart of
-// the bus. A bus that does not react costs a post one second at most.
+// Posts signals over one connection to the system bus, reopened after a fork or a restart of the
+// bus. A bus that does not respond delays a post by one second at most.
 #include <sys/stat.h>
 #include <systemd/sd-bus.h>
 #include <unistd.h>
@@ -50,11 +50,11 @@ class BusConnection {
   sd_bus* bus_ = nullptr;
   int descriptor_ = -1;
   struct stat socket_ = {};
-  bool isPatient_ = true;
+  bool mayWait_ = true;
 };
 
-/// A forked child closes its copy of the descriptor. sd-bus does nothing more with the connection
-/// there, and the parent's stays as it is.
+/// A forked child closes its copy of the descriptor: sd-bus does not use the connection there, and
+/// the parent keeps its own.
 BusConnection::BusConnection(BusConnection* inherited) noexcept {
   if (inherited == nullptr || !inherited->mutex.try_lock()) return;
   if (inherited->isOurs()) ::close(inherited->descriptor_);
@@ -75,14 +75,14 @@ void BusConnection::drop() noexcept {
   bus_ = nullptr;
 }
 
-/// Reads and writes as far as that goes without waiting.
+/// Reads and writes what it can without blocking.
 int BusConnection::process() noexcept {
   const int result = sd_bus_process(bus_, nullptr);
-  if (result > 0) isPatient_ = true;
+  if (result > 0) mayWait_ = true;
   return result;
 }
 
-/// Discards what others sent to us, which also shows whether the bus has gone.
+/// Discards incoming messages, which also shows whether the bus is gone.
 bool BusConnection::isAlive() noexcept {
   if (bus_ == nullptr || !isOurs()) return false;
   int result = 1;
@@ -95,24 +95,24 @@ int BusConnection::open() noexcept {
   if (isAlive()) return 0;
   drop();
   if (const int result = sd_bus_open_system(&bus_); result < 0) return result;
-  isPatient_ = true;
+  mayWait_ = true;
   descriptor_ = sd_bus_get_fd(bus_);
   return ::fstat(descriptor_, &socket_) == 0 ? 0 : -errno;
 }
 
-/// Waits until nothing is queued. After one wait in vain no post waits again until the bus reacts;
-/// what is queued goes out with a later post, or never.
+/// Waits until the queue is empty. After a timeout no post waits again until the bus responds; what
+/// is queued goes out with a later post, or never.
 int BusConnection::flush(Clock::time_point end) noexcept {
   for (;;) {
-    // Asked first: a broken connection has thrown its queue away.
+    // Checked first: a broken connection has dropped its queue.
     if (sd_bus_is_open(bus_) <= 0) return -ECONNRESET;
     std::uint64_t waiting = 0;
     sd_bus_get_n_queued_write(bus_, &waiting);
     if (waiting == 0) return sent;
     int result = process();
     const auto left = std::chrono::duration_cast<std::chrono::microseconds>(end - Clock::now());
-    if (result >= 0 && (!isPatient_ || left.count() <= 0)) {
-      isPatient_ = false;
+    if (result >= 0 && (!mayWait_ || left.count() <= 0)) {
+      mayWait_ = false;
       return queued;
     }
     if (result == 0) result = sd_bus_wait(bus_, static_cast<std::uint64_t>(left.count()));
@@ -126,7 +126,7 @@ int BusConnection::post(const char* name, Clock::time_point end) noexcept {
     result = open();
     if (result < 0) return result;
     result = sd_bus_emit_signal(bus_, kPath, kInterface, kSignal, "s", name);
-    // A name that the bus cannot carry is not tried again.
+    // The bus refused the name and would refuse it again.
     if (result < 0 && sd_bus_is_open(bus_) > 0) return result;
     if (result >= 0) result = flush(end);
     if (result >= 0) return result;
@@ -160,7 +160,7 @@ bool BusNotificationCenter::open() noexcept {
 
 int BusNotificationCenter::tryPost(const std::string& name) noexcept {
   if (name.find('\0') != std::string::npos) return -EINVAL;
-  // Time spent on waiting for another thread's post counts too.
+  // Includes the wait for another thread's post.
   const Clock::time_point end = Clock::now() + kLongestPost;
   try {
     BusConnection& connection = connection_.get();

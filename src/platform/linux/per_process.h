@@ -9,9 +9,9 @@
 
 namespace larkspur::linuxos {
 
-/// Holds a `State` that a forked child makes anew, since another thread may have held the lock of
-/// the inherited one at the fork and never releases it there. The new one is made from a pointer to
-/// the inherited one (null in the first process), to let go of what that holds; its memory stays.
+/// Holds a `State` and replaces it in a forked child, since another thread may have held its lock
+/// at the fork. The new one gets a pointer to the inherited one (null in the first process) to
+/// release its resources; its memory is never freed.
 template <typename State>
 class PerProcess {
  public:

@@ -1,6 +1,6 @@
 // SPDX-License-Identifier: Apache-2.0
-// Finding a place for a scratch directory: on the mount of the home directory if possible, where a
-// hardened unit lets us write in any case.
+// Creates scratch directories: on the mount of the home directory if possible, else where a
+// hardened unit may still write.
 #include "platform/linux/scratch_directory.h"
 
 #include <fcntl.h>
@@ -32,14 +32,14 @@ std::string temporaryArea() {
   return usable ? chosen : kTemporaryArea;
 }
 
-// The mount that `path` is on; false when nothing can be seen there.
+// Finds the mount of `path`; returns false if it cannot.
 bool findMount(const std::string& path, struct statx& status) noexcept {
   return uninterrupted([&] { return ::statx(AT_FDCWD, path.c_str(), 0, STATX_MNT_ID, &status); }) ==
          0;
 }
 
-// Devices tell two mounts apart only where the kernel cannot: a private temporary area may be
-// another mount of the same file system, which no rename crosses.
+// Compares devices only if the kernel reports no mount ids: a private /tmp may be another mount of
+// the same file system, and no rename crosses mounts.
 bool isSameMount(const std::string& one, const std::string& other) noexcept {
   struct statx first, second;
   if (!findMount(one, first) || !findMount(other, second)) return false;
@@ -53,7 +53,7 @@ std::string nearestExisting(std::string path) {
   return path;
 }
 
-// The path, or an empty one with `errno` set.
+// Returns the path, or an empty one with `errno` set.
 std::string makeIn(const std::string& parent) {
   for (int attempt = 0; attempt < kAttempts; ++attempt) {
     std::string path = randomPath(parent, on_disk::kScratchPrefix);

@@ -1,5 +1,5 @@
 // SPDX-License-Identifier: Apache-2.0
-// Making staging directories, and telling those that crashes left from those in use.
+// Creates staging directories, and removes those that crashes left.
 #include "platform/linux/staging_directory.h"
 
 #include <fcntl.h>
@@ -26,11 +26,10 @@ constexpr std::string_view kLetters =
 constexpr std::size_t kRandomLetters = 6;
 constexpr int kAttempts = 100;
 
-// What neither a umask nor a crash half-way through the making can have changed.
+// The bits that neither a umask nor a crash during creation can have changed.
 constexpr mode_t kModeMask = S_ISVTX | S_IRWXG | S_IRWXO;
 
-// Takes the lock of the directory at `path`; none, with `errno` set, when somebody else has it or
-// the directory is no longer there.
+// Locks the directory at `path`. Returns none, with `errno` set, if it is already locked or gone.
 FileDescriptor lockDirectory(const std::string& path) noexcept {
   FileDescriptor directory = openDirectory(AT_FDCWD, path.c_str());
   if (!directory) return {};
@@ -68,9 +67,9 @@ std::string randomPath(const std::string& parent, std::string_view prefix) {
   return path;
 }
 
-// One that is in use keeps its lock; one that cannot be removed is met again next time.
+// One in use is locked; one that cannot be removed is tried again next time.
 void removeLeftovers(const std::string& parent) {
-  // The slash lets a parent that is a link through.
+  // The slash follows a parent that is a link.
   const FileDescriptor directory = openDirectory(AT_FDCWD, (parent + "/").c_str());
   std::vector<char> names;
   if (!directory || !appendNames(directory.get(), names)) return;

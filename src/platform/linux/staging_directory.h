@@ -1,5 +1,5 @@
 // SPDX-License-Identifier: Apache-2.0
-// The closed, hidden, locked directory that a tree waits in while it is put in place or removed.
+// The hidden, locked directory that holds a tree while it is put in place or removed.
 #pragma once
 
 #include <sys/stat.h>
@@ -11,7 +11,7 @@
 
 namespace larkspur::linuxos {
 
-/// The path of an item of a random name in the directory `parent`.
+/// A path in `parent`: `prefix` and random characters.
 std::string randomPath(const std::string& parent, std::string_view prefix);
 
 constexpr mode_t kStagingMode = S_ISVTX | S_IRWXU;
@@ -19,24 +19,24 @@ constexpr mode_t kStagingMode = S_ISVTX | S_IRWXU;
 /// Removes the staging directories that crashes left in `parent`. Logs what cannot be removed.
 void removeLeftovers(const std::string& parent);
 
-/// Lies directly in a managed root, and is gone with the object and all that is in it.
+/// A directory in a managed root; the destructor removes it with its contents.
 ///
-/// The sticky bit, no permissions for anybody else and an advisory lock tell one in use, one that
-/// a crash left behind, and a service that happens to have such a name. A tree is kept one level
-/// inside: directly in the root it could be taken for a service, record and all.
+/// Its sticky bit, its mode without access for others and its lock distinguish one in use, one that
+/// a crash left, and a service that happens to have such a name. The tree is one level inside:
+/// directly in the root it could be taken for a service.
 class StagingDirectory {
  public:
-  /// Makes one in the directory `parent`, and removes what crashes left there.
+  /// Creates one in `parent`, and removes what crashes left there.
   explicit StagingDirectory(const std::string& parent);
   StagingDirectory(const StagingDirectory&) = delete;
   StagingDirectory& operator=(const StagingDirectory&) = delete;
-  /// Logs what cannot be removed. Leaves `errno` as it was.
+  /// Logs what cannot be removed. Preserves `errno`.
   ~StagingDirectory();
 
-  /// The path of an item of that name inside.
+  /// The path of `name` inside.
   std::string pathOf(std::string_view name) const;
 
-  /// Leaves it where it is; the next one made here removes it.
+  /// Keeps the directory; the next one created here removes it.
   void keep() noexcept { kept_ = true; }
 
  private:

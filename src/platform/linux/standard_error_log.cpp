@@ -1,5 +1,5 @@
 // SPDX-License-Identifier: Apache-2.0
-// Log lines on standard error.
+// Writes log lines to standard error.
 #include <pthread.h>
 #include <signal.h>
 #include <unistd.h>
@@ -16,7 +16,7 @@
 namespace larkspur {
 namespace {
 
-/// Writes without the signal that a pipe without a reader sends: it would end the host.
+/// Writes without raising SIGPIPE, which would end the host.
 void writeQuietly(const std::string& line) noexcept {
   sigset_t pipe, before, pending;
   ::sigemptyset(&pipe);
@@ -25,7 +25,7 @@ void writeQuietly(const std::string& line) noexcept {
   ::pthread_sigmask(SIG_BLOCK, &pipe, &before);
   const ssize_t written =
       linuxos::uninterrupted([&] { return ::write(STDERR_FILENO, line.data(), line.size()); });
-  // A signal that was pending already is the host's.
+  // A SIGPIPE that was already pending belongs to the host.
   constexpr timespec kNow{};
   if (written < 0 && errno == EPIPE && ::sigismember(&pending, SIGPIPE) == 0)
     ::sigtimedwait(&pipe, nullptr, &kNow);
@@ -45,14 +45,14 @@ class StandardErrorLog : public Log {
                          : entry.level == LogLevel::info ? "info "
                                                          : "debug ";
       line.append(entry.category).append(": ").append(entry.message);
-      // The tool's messages have line breaks, and must not reach a terminal as commands.
+      // Output of the tool contains line breaks, and must not send control sequences to a terminal.
       const auto isControl = [](char byte) {
         return ('\0' <= byte && byte < ' ') || byte == '\x7f';
       };
       std::replace_if(line.begin(), line.end(), isControl, ' ');
       writeQuietly(line += '\n');
     } catch (const std::bad_alloc&) {
-      // The line is lost, the operation is not.
+      // Out of memory: only the line is lost.
     }
     errno = before;
   }

@@ -1,5 +1,5 @@
 // SPDX-License-Identifier: Apache-2.0
-// How a failed system call becomes the error that every seam promises.
+// Turns failed system calls into `std::system_error`.
 #include "platform/linux/system_failure.h"
 
 #include <cerrno>

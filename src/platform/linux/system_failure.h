@@ -1,5 +1,5 @@
 // SPDX-License-Identifier: Apache-2.0
-// How a failed system call becomes the error that every seam promises.
+// Turns failed system calls into `std::system_error`.
 #pragma once
 
 #include <cerrno>
@@ -8,18 +8,17 @@
 
 namespace larkspur::linuxos {
 
-/// Throws `std::system_error` with the number `code`, and a text that names the call and the
-/// quoted path; leaves the number in `errno`.
+/// Throws `std::system_error` with `code` and a message that names the call and the quoted path;
+/// sets `errno` to `code`.
 [[noreturn]] void fail(int code, std::string_view call, std::string_view path);
 
-/// The same with the thread's `errno`.
+/// The same with the current `errno`.
 [[noreturn]] void fail(std::string_view call, std::string_view path);
 
-/// The path as the system takes it. A zero byte inside is refused with `EINVAL`, since the system
-/// would cut the path short there.
+/// The path as a C string. Fails with `EINVAL` if it contains a zero byte, which would truncate it.
 const char* checkedPath(std::string_view call, const std::string& path);
 
-/// The result of `call`, made again for as long as a signal interrupts it.
+/// Calls `call` again as long as a signal interrupts it, and returns its result.
 template <typename Call>
 auto uninterrupted(Call call) {
   while (true) {

@@ -1,5 +1,5 @@
 // SPDX-License-Identifier: Apache-2.0
-// Puts the parts of this folder together.
+// Assembles the Linux platform.
 #include "platform/linux/system_platform.h"
 
 namespace larkspur {

@@ -1,5 +1,5 @@
 // SPDX-License-Identifier: Apache-2.0
-// The parts of this backend; each is implemented in the file that is named after its seam.
+// The services of this backend, each implemented in the file named after its interface.
 #pragma once
 
 #include "platform/platform.h"
@@ -17,13 +17,13 @@ std::shared_ptr<SystemVariant> makeSystemVariant();
 /// so may a forked process; a post takes at most a second, whatever the bus does.
 std::shared_ptr<NotificationCenter> makeNotificationCenter();
 
-/// Writes one journal entry per event. Its message id is the same for every event, its name stands
-/// in LARKSPUR_EVENT, and each member of the payload in a field named after its key, so that
-/// "serviceType" is LARKSPUR_SERVICE_TYPE; a boolean is 1 or 0.
+/// Writes one journal entry per event. All events share one message id; the event name is in
+/// LARKSPUR_EVENT, and each member of the payload in a field named after its key, "serviceType" in
+/// LARKSPUR_SERVICE_TYPE; a boolean is 1 or 0.
 std::shared_ptr<AnalyticsService> makeAnalyticsService();
 
 /// Reads `larkspur/defaults.json` in the user's configuration directory (`XDG_CONFIG_HOME`, else
-/// `.config` in the home directory) at every call. A file that is missing, or that holds no JSON
+/// `.config` in the home directory) at every call. A missing file, or one that is not a JSON
 /// object, has no defaults.
 std::shared_ptr<UserDefaults> makeUserDefaults();
 

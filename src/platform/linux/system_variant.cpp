@@ -1,5 +1,5 @@
 // SPDX-License-Identifier: Apache-2.0
-// Whether this is an internal build: a build option decides.
+// Reports an internal build if the build option is on.
 #include "platform/linux/system_platform.h"
 
 #ifndef LARKSPUR_INTERNAL_UI

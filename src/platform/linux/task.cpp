@@ -1,5 +1,5 @@
 // SPDX-License-Identifier: Apache-2.0
-// Tools as confined child processes, and the children that outlive their tasks.
+// Runs tools as confined child processes, and reaps the children that outlive their tasks.
 #include "platform/task.h"
 
 #include <atomic>

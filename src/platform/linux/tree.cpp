@@ -1,5 +1,5 @@
 // SPDX-License-Identifier: Apache-2.0
-// Making directories, setting modes, and removing trees.
+// Creates directories, sets modes and removes trees.
 #include "platform/linux/tree.h"
 
 #include <dirent.h>
@@ -22,7 +22,7 @@ namespace {
 // The same on every architecture; newer than the headers of Debian 12.
 constexpr long kFchmodat2 = 452;
 
-// `entry` as statx sees it, without crossing into what may be mounted there on demand.
+// statx of an entry itself, without triggering an automount.
 struct statx look(int directory, const char* name, const std::string& path) {
   constexpr int kFlags = AT_SYMLINK_NOFOLLOW | AT_NO_AUTOMOUNT | AT_EMPTY_PATH;
   struct statx status;
@@ -31,7 +31,7 @@ struct statx look(int directory, const char* name, const std::string& path) {
   return status;
 }
 
-// Devices tell a mount only where the kernel does not: a bind mount has the device of its source.
+// Compares devices only if the kernel does not report mounts: a bind mount has its source's device.
 bool isMountPoint(const struct statx& entry, const struct statx& top) noexcept {
   if ((entry.stx_attributes_mask & STATX_ATTR_MOUNT_ROOT) != 0)
     return (entry.stx_attributes & STATX_ATTR_MOUNT_ROOT) != 0;
@@ -69,7 +69,7 @@ class Erasure : public WalkVisitor {
     if (entry.type() != DT_DIR) {
       unlink(entry, 0);
     } else if (closed_ == ClosedDirectories::open) {
-      // Where this is refused, opening it fails next.
+      // If this fails, opening the directory fails next.
       [[maybe_unused]] const bool done = setMode(entry.directory(), entry.name(), S_IRWXU);
     }
   }
@@ -101,8 +101,8 @@ std::string parentPath(std::string_view path) {
 
 bool setMode(int directory, const char* name, mode_t mode) noexcept {
   if (::syscall(kFchmodat2, directory, name, mode, AT_SYMLINK_NOFOLLOW) == 0) return true;
-  // An old kernel lacks the call, and an old filter may refuse it; the C library's own way takes
-  // four calls and /proc.
+  // Old kernels lack the call, and old filters may refuse it; the C library's fallback takes four
+  // calls and /proc.
   if (errno != ENOSYS && errno != EPERM) return false;
   return ::fchmodat(directory, name, mode, AT_SYMLINK_NOFOLLOW) == 0;
 }

@@ -1,5 +1,5 @@
 // SPDX-License-Identifier: Apache-2.0
-// Copying an item, with permissions and times, in the kernel where the file systems allow it.
+// Copies an item with permissions and times, in the kernel where the file systems allow it.
 #include "platform/linux/tree.h"
 
 #include <dirent.h>
@@ -8,7 +8,6 @@
 #include <sys/stat.h>
 #include <unistd.h>
 
-#include <algorithm>
 #include <array>
 #include <cerrno>
 #include <cstddef>
@@ -31,7 +30,7 @@ std::array<timespec, 2> timesOf(const struct stat& status) {
   return {status.st_atim, status.st_mtim};
 }
 
-// Whether the kernel declined to copy between these two files, as opposed to having failed to.
+// Whether the kernel cannot copy between these two files, as opposed to a failed copy.
 bool isDeclined(int code) {
   return code == EXDEV || code == EINVAL || code == ENOSYS || code == EOPNOTSUPP || code == EPERM ||
          code == EBADF || code == ETXTBSY;
@@ -57,8 +56,8 @@ void copyByHand(int from, int to, const WalkEntry& source) {
   }
 }
 
-// The end is where a read says it is: a file whose size the system does not know looks empty to
-// the copy in the kernel.
+// Reads to the end even then: a file whose size the system does not know looks empty to
+// `copy_file_range`.
 void copyContents(int from, int to, const WalkEntry& source) {
   ssize_t size = 0;
   do {
@@ -69,7 +68,7 @@ void copyContents(int from, int to, const WalkEntry& source) {
   copyByHand(from, to, source);
 }
 
-// The copy of one file or link while it is made; gone again unless it is kept.
+// The copy of one file or link while it is made; removed unless it is kept.
 class NewItem {
  public:
   NewItem(const WalkEntry& source, int directory, const char* name)
@@ -83,7 +82,7 @@ class NewItem {
     errno = code;
   }
 
-  // Fails when `result` says so, naming the target, or the source where only a name is at hand.
+  // Fails if `result` is negative; names the target, or the source where only a name is known.
   void check(int result, const char* call) const {
     if (result < 0) fail(call, directory_ == AT_FDCWD ? name_ : source_.path());
   }
@@ -101,7 +100,7 @@ class NewItem {
 };
 
 void copyFile(const WalkEntry& source, int directory, const char* name) {
-  // What was a file a moment ago may be a pipe by now, which must not be waited for.
+  // Does not block: the file may have become a pipe meanwhile.
   const FileDescriptor from(uninterrupted([&] {
     return ::openat(source.directory(), source.name(),
                     O_RDONLY | O_NOFOLLOW | O_NONBLOCK | O_NOCTTY | O_CLOEXEC);
@@ -117,7 +116,7 @@ void copyFile(const WalkEntry& source, int directory, const char* name) {
   copyContents(from.get(), to.get(), source);
   target.check(::fchmod(to.get(), status.st_mode & kPermissions), "fchmod");
   target.check(::futimens(to.get(), timesOf(status).data()), "futimens");
-  // An interrupted close has closed all the same.
+  // An interrupted close still closes.
   if (::close(to.release()) != 0 && errno != EINTR) target.check(-1, "close");
   target.keep();
 }
@@ -142,8 +141,8 @@ void copyLink(const WalkEntry& source, int directory, const char* name) {
   target.keep();
 }
 
-// Directories stay at 0700 until they are complete, so that a copy of one that its owner may not
-// write into can be filled, and removed again.
+// Directories stay at 0700 until they are complete, so that the copy of a read-only one can be
+// filled, and removed again.
 class TreeCopy : public WalkVisitor {
  public:
   /// `top` is the status of `target`.
@@ -167,7 +166,7 @@ class TreeCopy : public WalkVisitor {
   void enter(const WalkEntry& entry, int opened) override {
     struct stat status;
     if (::fstat(opened, &status) != 0) fail("fstat", entry.path());
-    // A directory that is copied into itself would never come to an end.
+    // A copy of a directory into itself would never end.
     if (status.st_dev == top_.st_dev && status.st_ino == top_.st_ino) {
       fail(EINVAL, "copy", entry.path());
     }

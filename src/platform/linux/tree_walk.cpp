@@ -1,6 +1,5 @@
 // SPDX-License-Identifier: Apache-2.0
-// The one walk through a directory tree, relative to descriptors, that looking at a tree, copying
-// it and removing it share.
+// Walks a directory tree relative to descriptors, to list, copy or remove it.
 #include "platform/linux/tree_walk.h"
 
 #include <dirent.h>
@@ -45,11 +44,11 @@ class Walk {
   }
 
  private:
-  // One directory that the walk is in. Its names end where those of the next level begin, and
-  // those of the lowest where the buffer ends.
+  // A directory on the way to the current one. Its names end where those of the next level begin,
+  // those of the last where the buffer ends.
   struct Level {
-    std::size_t entry;         // Where its own name lies, among those of the level above.
-    std::size_t prefixLength;  // That of the level above.
+    std::size_t entry;         // Where its own name is, among those of its parent.
+    std::size_t prefixLength;  // The parent's.
     std::size_t names;
     std::size_t next;
   };
@@ -76,7 +75,7 @@ class Walk {
   void findType(std::size_t position) {
     struct stat status;
     const char* name = &names_[position + 1];
-    // Taken for a file, a directory would be passed over with all the links in it.
+    // A directory taken for a file would hide the links in it.
     if (::fstatat(trail_.current(), name, &status, AT_SYMLINK_NOFOLLOW) != 0)
       fail("fstatat", prefix_ + name);
     names_[position] = static_cast<char>(IFTODT(status.st_mode));
@@ -107,7 +106,7 @@ class Walk {
 
   DirectoryTrail trail_;
   WalkVisitor& visitor_;
-  std::string prefix_;  // The path of the directory that the walk is in, with a slash behind.
+  std::string prefix_;  // The path of the current directory and a slash.
   std::vector<char> names_;
   std::vector<Level> levels_;
 };

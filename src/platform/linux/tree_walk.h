@@ -1,9 +1,8 @@
 // SPDX-License-Identifier: Apache-2.0
-// The one walk through a directory tree, relative to descriptors, that looking at a tree, copying
-// it and removing it share.
+// Walks a directory tree relative to descriptors, to list, copy or remove it.
 //
-// However deep the tree and however long its paths, a walk holds two descriptors, takes no stack
-// and allocates nothing per entry: the names of all directories that it is in lie packed in one
+// However deep the tree and however long its paths, a walk holds two descriptors, does not recurse
+// and allocates nothing per entry: the names of all directories on the way are packed in one
 // buffer.
 #pragma once
 
@@ -16,22 +15,22 @@
 
 namespace larkspur::linuxos {
 
-/// Appends what is in a directory to `names`, without "." and "..": for each entry one byte with
-/// its type (`DT_…`), its name, and a zero byte. On a failure what was read by then is there, and
-/// `errno` is set.
+/// Appends the entries of a directory to `names`, without "." and "..": for each its type (`DT_…`)
+/// in one byte, its name, and a zero byte. On failure returns false and sets `errno`; `names` holds
+/// what was read so far.
 bool appendNames(int directory, std::vector<char>& names);
 
-/// A way down from a directory and back up, of any depth, that keeps the two lowest directories
-/// open. A directory that can be read but not searched has no way to its "..", hence the second.
+/// Descends into directories and back up, to any depth, with only the two lowest open. Two, because
+/// the ".." of a directory without search permission cannot be opened.
 class DirectoryTrail {
  public:
   explicit DirectoryTrail(FileDescriptor top) : current_(std::move(top)) {}
 
   int current() const noexcept { return current_.get(); }
 
-  // Each returns false, with `errno` set, when there is no way.
+  // Each returns false and sets `errno` on failure.
   bool descend(FileDescriptor child);
-  /// Refuses a directory that was moved elsewhere meanwhile.
+  /// Fails if the directory was moved meanwhile.
   bool ascend();
 
  private:
@@ -44,7 +43,7 @@ class DirectoryTrail {
   FileDescriptor current_;
 };
 
-/// An entry as a walk meets it; good for one call of the visitor.
+/// An entry found by a walk; valid for one call of the visitor.
 class WalkEntry {
  public:
   WalkEntry(int directory, const char* name, unsigned char type, const std::string& prefix)
@@ -64,7 +63,7 @@ class WalkEntry {
   const std::string& prefix_;
 };
 
-/// What is done on a walk. Whatever it throws ends the walk and passes on.
+/// Called by a walk. An exception ends the walk and passes on.
 class WalkVisitor {
  public:
   virtual ~WalkVisitor() = default;
@@ -72,12 +71,12 @@ class WalkVisitor {
   virtual void meet(const WalkEntry& entry) = 0;
   /// A directory, once it is open.
   virtual void enter(const WalkEntry& /*entry*/, int /*opened*/) {}
-  /// A directory, when everything below it was met.
+  /// A directory, once everything below it was met.
   virtual void leave(const WalkEntry& /*entry*/) {}
   /// A directory that could not be opened, with the reason in `errno`; fails unless overridden.
   virtual void unopened(const WalkEntry& entry);
-  /// A directory whose names could not all be read; fails unless overridden. The walk goes on with
-  /// those that could.
+  /// A directory that could not be listed completely; fails unless overridden. The walk continues
+  /// with the names it has.
   virtual void unlisted(const std::string& directory);
 };
 

@@ -1,5 +1,5 @@
 // SPDX-License-Identifier: Apache-2.0
-// User defaults in a JSON file.
+// Reads user defaults from a JSON file.
 #include <fcntl.h>
 #include <sys/stat.h>
 #include <unistd.h>
@@ -14,7 +14,7 @@
 namespace larkspur::linuxos {
 namespace {
 
-/// Absolute, or empty where the environment has none that a privileged process may trust.
+/// The variable, or an empty string if it is not an absolute path or the process is privileged.
 std::string directoryFromEnvironment(const char* name) {
   const char* value = ::secure_getenv(name);
   return value != nullptr && *value == '/' ? value : "";
@@ -30,7 +30,7 @@ std::string defaultsPath() {
   return directory + "/larkspur/defaults.json";
 }
 
-/// The contents of an ordinary file; empty when there is none, or it cannot be read to its end.
+/// The contents of a regular file; empty if it is missing or cannot be read to its end.
 std::string contents(const std::string& path) {
   const FileDescriptor file(::open(path.c_str(), O_RDONLY | O_CLOEXEC | O_NONBLOCK | O_NOCTTY));
   struct stat status;

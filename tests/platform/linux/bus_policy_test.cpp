@@ -1,5 +1,5 @@
 // SPDX-License-Identifier: Apache-2.0
-// The policy example against a real bus daemon: who gets through to a listener, and who does not.
+// The example policy on a real bus daemon: whose signals reach a listener.
 #include <gtest/gtest.h>
 #include <unistd.h>
 
@@ -17,7 +17,7 @@ constexpr uid_t kRoot = 0, kNobody = 65534;
 constexpr char kExample[] =
     LARKSPUR_SOURCE_DIR "/packaging/examples/dbus-1/com.corvid.Larkspur1.conf";
 
-// Anybody may use the library, and nobody is told that the bus dropped what he sent.
+// Any user may post, and the bus does not report a dropped signal.
 void postAs(uid_t user, const std::string& name) {
   const auto post = [&] {
     const auto center = makeSystemPlatform().notificationCenter;
@@ -28,7 +28,7 @@ void postAs(uid_t user, const std::string& name) {
   EXPECT_EXIT(post(), ::testing::ExitedWithCode(0), "");
 }
 
-TEST(BusPolicyTest, LetsTheClientsUserAloneAnnounceChanges) {
+TEST(BusPolicyTest, OnlyTheClientsUserCanAnnounceChanges) {
   if (::geteuid() != kRoot) GTEST_SKIP() << "to send as another user needs root";
   std::ostringstream example;
   example << std::ifstream(kExample).rdbuf();
@@ -36,7 +36,7 @@ TEST(BusPolicyTest, LetsTheClientsUserAloneAnnounceChanges) {
   policy =
       policy.substr(policy.find("<policy"), policy.rfind("</busconfig>") - policy.find("<policy"));
 
-  // Without the policy the forgery works; this also puts the bus back as it was.
+  // Without the policy the forgery works; this also restores the bus.
   using Names = std::vector<std::string>;
   for (const auto& [added, arriving] :
        {std::pair{policy, Names{"genuine"}}, {std::string(), Names{"forged", "genuine"}}}) {

@@ -1,5 +1,5 @@
 // SPDX-License-Identifier: Apache-2.0
-// The file manager on a real disk: what no other user of it can provoke.
+// The file manager on a real disk: cases that no other test can provoke.
 #include <dirent.h>
 #include <fcntl.h>
 #include <sched.h>
@@ -20,12 +20,12 @@
 namespace {
 
 bool hidesTypes = false;
-// The type that an entry named "swapped" had before its owner swapped it for something else.
+// The type reported for an entry named "swapped".
 unsigned char typeBefore = DT_UNKNOWN;
 
 }  // namespace
 
-// As from a file system that does not keep the types of its entries.
+// Like a file system that does not store the types of its entries.
 extern "C" ssize_t getdents64(int directory, void* buffer, std::size_t size) noexcept {
   const ssize_t length = ::syscall(SYS_getdents64, directory, buffer, size);
   for (ssize_t at = 0; at < length;) {
@@ -49,17 +49,17 @@ struct FileManagerTest : LarkspurTest {
   void sh(const std::string& command) const {
     EXPECT_EQ(std::system(("cd " + root().native() + " && " + command).c_str()), 0) << command;
   }
-  // A file system at `name` that only this process sees.
+  // Mounts a file system at `name` that only this process sees.
   void mountAt(const std::string& name) const {
     ASSERT_EQ(::unshare(CLONE_NEWNS), 0);
     ::mount("none", "/", "none", MS_REC | MS_PRIVATE, nullptr);
     sh("mkdir -p " + name + " && mount -t tmpfs none " + name);
   }
-  // Where the test may spoil its process: limits, user, mounts.
+  // Runs `body` in a child, where it may change limits, user and mounts.
   static void inChild(const std::function<void()>& body) {
     const pid_t child = ::fork();
     if (child == 0) {
-      EXPECT_NO_THROW(body());  // or the child would go on with the other tests
+      EXPECT_NO_THROW(body());  // or the child would run the other tests
       std::fflush(nullptr);
       ::_exit(HasFailure());
     }
@@ -98,7 +98,7 @@ TEST_F(FileManagerTest, ModesAreExactWhateverTheUmask) {
   }
 }
 
-TEST_F(FileManagerTest, FailuresLeaveTheirNumberAndNothingElse) {
+TEST_F(FileManagerTest, FailuresSetErrnoAndChangeNothing) {
   sh("mkdir d; echo text > file; ln -s nowhere link; mkfifo d/pipe");
   const Tree before = snapshot(root());
   const FileURL zero((root() / "file").native() + '\0'), file = at("file"), none = at("none");
@@ -124,7 +124,7 @@ TEST_F(FileManagerTest, FailuresLeaveTheirNumberAndNothingElse) {
   EXPECT_EQ(snapshot(root()), before);
 }
 
-TEST_F(FileManagerTest, DepthCostsNoDescriptors) {
+TEST_F(FileManagerTest, DeepTreesNeedFewDescriptors) {
   inChild([this] {
     std::filesystem::current_path(root());
     for (int i = 0; i < 2000; ++i) ASSERT_TRUE(::mkdir("d", 0755) == 0 && ::chdir("d") == 0);
@@ -141,7 +141,7 @@ TEST_F(FileManagerTest, DepthCostsNoDescriptors) {
   });
 }
 
-TEST_F(FileManagerTest, ADirectoryThatIsMovedAwayEndsTheWalk) {
+TEST_F(FileManagerTest, MovedDirectoryEndsTheWalk) {
   sh("mkdir -p a/b/c/d elsewhere/e");
   std::string met;
   const auto moving = [&](EnumeratedItem& item) {
@@ -152,7 +152,7 @@ TEST_F(FileManagerTest, ADirectoryThatIsMovedAwayEndsTheWalk) {
   EXPECT_EQ(met, "bcd");
 }
 
-TEST_F(FileManagerTest, NoModeIsChangedThroughALink) {
+TEST_F(FileManagerTest, ModesAreNotChangedThroughLinks) {
   for (const unsigned char type : {DT_DIR, DT_REG}) {
     sh("mkdir -p t && touch secret && chmod 600 secret && ln -s ../secret t/swapped");
     typeBefore = type;
@@ -165,7 +165,7 @@ TEST_F(FileManagerTest, NoModeIsChangedThroughALink) {
   }
 }
 
-TEST_F(FileManagerTest, AnEntryThatCannotBeLookedAtStopsTheWalk) {
+TEST_F(FileManagerTest, EntryOfUnknownTypeEndsTheWalk) {
   sh("mkdir -p t/d");
   hidesTypes = true;
   int met = 0;
@@ -176,7 +176,7 @@ TEST_F(FileManagerTest, AnEntryThatCannotBeLookedAtStopsTheWalk) {
   EXPECT_EQ(met, 1);
 }
 
-TEST_F(FileManagerTest, WhatCannotBeRemovedWholeIsNotTouched) {
+TEST_F(FileManagerTest, TreesThatCannotBeRemovedStayWhole) {
   if (!canMount()) GTEST_SKIP() << "needs root and mount namespaces";
   inChild([this] {
     mountAt("m");
@@ -197,7 +197,7 @@ TEST_F(FileManagerTest, WhatCannotBeRemovedWholeIsNotTouched) {
   });
 }
 
-TEST_F(FileManagerTest, OwnersOpenClosedDirectoriesOnTheWay) {
+TEST_F(FileManagerTest, OwnersCanOpenClosedDirectories) {
   if (::geteuid() != 0) GTEST_SKIP() << "needs root";
   ASSERT_EQ(::chown(root().c_str(), 65534, 65534), 0);
   std::filesystem::permissions(directory(), std::filesystem::perms{0755});
@@ -221,7 +221,7 @@ TEST_F(FileManagerTest, OwnersOpenClosedDirectoriesOnTheWay) {
   });
 }
 
-TEST_F(FileManagerTest, ReplacementLeavesTheNewTreeAndNothingElse) {
+TEST_F(FileManagerTest, ReplacementLeavesOnlyTheNewTree) {
   if (!canMount()) GTEST_SKIP() << "needs root and mount namespaces";
   const auto check = [this](const std::string& replacement, const std::string& old) {
     sh("mkdir -p m " + replacement + "/sub && echo new > " + replacement + "/sub/f && cd m && " +
@@ -242,7 +242,7 @@ TEST_F(FileManagerTest, ReplacementLeavesTheNewTreeAndNothingElse) {
   EXPECT_EQ(snapshot(root()), (Tree{{"m", "d755"}}));
 }
 
-TEST_F(FileManagerTest, TwoServicesAreReplacedAtOnce) {
+TEST_F(FileManagerTest, ConcurrentReplacements) {
   if (!canMount()) GTEST_SKIP() << "needs root and mount namespaces";
   inChild([this] {
     mountAt("m");
@@ -260,7 +260,7 @@ TEST_F(FileManagerTest, TwoServicesAreReplacedAtOnce) {
   });
 }
 
-TEST_F(FileManagerTest, LeftoversOfCrashesGoAndWhatStaysIsOneLine) {
+TEST_F(FileManagerTest, LeftoversOfCrashesAreRemovedOrLogged) {
   if (!canMount()) GTEST_SKIP() << "needs root and mount namespaces";
   inChild([this] {
     const auto recorder = recordSignals();
@@ -300,21 +300,21 @@ TEST_F(FileManagerTest, ScratchDirectoriesAreOnTheMountOfTheReference) {
       const std::string made = files->makeItemReplacementDirectory(at(reference))->path();
       EXPECT_TRUE(made.starts_with(at(expected).path())) << made;
     }
-    ::setenv("TMPDIR", ".", 1);  // Not absolute, so it is none.
+    ::setenv("TMPDIR", ".", 1);  // Not absolute, so it is ignored.
     const FileURL made = *files->makeItemReplacementDirectory(at(""));
     EXPECT_FALSE(made.path().starts_with(std::filesystem::current_path().native())) << made.path();
     files->removeItem(made, at(""));
   });
 }
 
-TEST_F(FileManagerTest, FilesMayBeBiggerThanTheAddressSpace) {
+TEST_F(FileManagerTest, FilesLargerThanTheAddressSpace) {
   sh("mkdir tree && truncate -s 5G tree/big");
   EXPECT_EQ(files->fileSize(at("tree/big")), std::int64_t{5} << 30);
   files->enumerate(at("tree"), [](EnumeratedItem& item) { item.setPosixPermissions(0444); });
   files->removeItem(at("tree"), at(""));
 }
 
-TEST_F(FileManagerTest, CopiesAreWholeAndNeverOverwrite) {
+TEST_F(FileManagerTest, CopiesAreCompleteAndNeverOverwrite) {
   sh("mkdir -p tree/sub && touch tree/empty && ln -s nowhere tree/link && cat /proc/version > same"
      " && head -c 3000001 /dev/urandom > tree/big && truncate -s 5M tree/big && chmod 640 tree/big"
      " && find tree -depth -exec touch -hd 2101-02-03 {} +");
@@ -328,7 +328,7 @@ TEST_F(FileManagerTest, CopiesAreWholeAndNeverOverwrite) {
     EXPECT_EQ(failureOf([&] { files->copyItem(at(name), at("copy")); }), EEXIST);
     files->removeItem(at("copy"), at(""));
   }
-  files->copyItem(FileURL("/proc/version"), at("copy"));  // a file that claims to be empty
+  files->copyItem(FileURL("/proc/version"), at("copy"));  // its size is reported as 0
   sh("cmp copy same");
 }
 

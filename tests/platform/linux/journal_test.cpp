@@ -1,5 +1,5 @@
 // SPDX-License-Identifier: Apache-2.0
-// What a real journal keeps of lines and events, and that a bad one costs nothing.
+// Lines and events in a real journal, and behind a broken one.
 #include "platform/linux/system_platform.h"
 
 #include <gtest/gtest.h>
@@ -20,7 +20,7 @@ void write(LogLevel level, std::string_view message) {
   journalLog(LogLevel::debug)->write({level, "LarkspurFramework", "Utilities", message});
 }
 
-TEST(JournalTest, KeepsLinesAndEventsWithTheirFields) {
+TEST(JournalTest, StoresLinesAndEventsWithTheirFields) {
   withPrivateJournal([] {
     write(LogLevel::error, "failed");
     write(LogLevel::info, "two\nlines=1");
@@ -46,7 +46,7 @@ lines=111
   });
 }
 
-TEST(JournalTest, ABadJournalDelaysNothingAndKeepsErrno) {
+TEST(JournalTest, BrokenJournalNeitherBlocksNorChangesErrno) {
   withPrivateJournal([] {
     pid_t journal = 0;
     std::ifstream("/proc/self/task/" + std::to_string(::getpid()) + "/children") >> journal;

@@ -1,5 +1,5 @@
 // SPDX-License-Identifier: Apache-2.0
-// The bytes that are written, and what is read where readers of JSON differ.
+// JSON as it is written, and as it is read where parsers differ.
 #include "platform/json_serialization.h"
 
 #include <gtest/gtest.h>
@@ -9,7 +9,7 @@ namespace {
 
 using namespace std::string_literals;
 
-TEST(JSONSerializationTest, WritesCompactTextAndNothingButUTF8) {
+TEST(JSONSerializationTest, WritesCompactUTF8Only) {
   const std::map<std::string, std::string> kDictionary{{"a/b", "application/zip"},
                                                        {"", "\"\\\n\x01\x7f\u00fc\0"s},
                                                        {"long", std::string(9000, '/')}};
@@ -42,7 +42,7 @@ TEST(JSONSerializationTest, ReadsObjects) {
   }
 }
 
-TEST(JSONSerializationTest, TellsArraysFromBadText) {
+TEST(JSONSerializationTest, DistinguishesArraysFromInvalidJSON) {
   EXPECT_FALSE(JSONSerialization::object(R"( [{"k":"v"}] )"));
   for (const auto& text :
        {""s, " "s, "{"s, R"("k")"s, "3"s, "null"s, "{}x"s, "{}\0"s, "\xEF\xBB\xBF{}"s, "[1,]"s,

@@ -1,5 +1,5 @@
 // SPDX-License-Identifier: Apache-2.0
-// Signals on a real bus that is restarted, frozen, gone or taken along through a fork.
+// Signals on a real bus that is restarted, frozen or gone, also after a fork.
 #include "platform/linux/system_platform.h"
 
 #include <fcntl.h>
@@ -47,7 +47,7 @@ struct BusNotificationCenterTest : ::testing::Test {
     center->post(name);
     return std::chrono::duration<double>(std::chrono::steady_clock::now() - start).count();
   }
-  /// Posts until nothing waits: a busy machine may use up the second of a post.
+  /// Posts until nothing is queued: on a busy machine a post may time out.
   bool sends(std::string name) {
     do {
       lines.clear();
@@ -55,8 +55,8 @@ struct BusNotificationCenterTest : ::testing::Test {
     } while (!lines.empty() && lines[0].ends_with("waits for the bus to answer"));
     return lines.empty();
   }
-  /// What the listener hears until `last`, sorted and without what was posted to push others out.
-  static Names heard(BusListener& listener, const std::string& last) {
+  /// The names received until `last`, sorted, without those that `sends` repeated.
+  static Names receivedUntil(BusListener& listener, const std::string& last) {
     Names names;
     while (names.empty() || names.back() != last) {
       const Names more = listener.received(1);
@@ -75,14 +75,14 @@ struct BusNotificationCenterTest : ::testing::Test {
   }
 };
 
-TEST_F(BusNotificationCenterTest, PostsOnARestartedBusAndOnOneThatFreezes) {
+TEST_F(BusNotificationCenterTest, PostsWhenTheBusRestartsOrFreezes) {
   ASSERT_TRUE(center->open());
   const int descriptor = ::dup(0);
   ::close(descriptor);
   for (const char* name : {"first", "second", "third"}) {
     BusListener listener;
     EXPECT_TRUE(sends(name));
-    EXPECT_EQ(heard(listener, name), Names{name});
+    EXPECT_EQ(receivedUntil(listener, name), Names{name});
     bus.freeze();
     EXPECT_LT(secondsFor("late"), 0.8);
     bus.thaw();
@@ -99,7 +99,7 @@ TEST_F(BusNotificationCenterTest, PostsOnARestartedBusAndOnOneThatFreezes) {
   EXPECT_LE(::dup(0), descriptor) << "a descriptor is left over";
 }
 
-TEST_F(BusNotificationCenterTest, AFrozenBusIsWaitedForOnceAndHearsEachPostOnce) {
+TEST_F(BusNotificationCenterTest, FrozenBusDelaysOnePostAndGetsEachOnce) {
   BusListener listener;
   bus.freeze();
   ASSERT_TRUE(center->open());
@@ -112,8 +112,8 @@ TEST_F(BusNotificationCenterTest, AFrozenBusIsWaitedForOnceAndHearsEachPostOnce)
   std::this_thread::sleep_for(200ms);
   EXPECT_TRUE(sends("fourth"));
   EXPECT_TRUE(sends("last"));
-  EXPECT_EQ(heard(listener, "last"), (Names{"first", "fourth", "last", "second", "third"}));
-  // The one that comes after it is not made to pay.
+  EXPECT_EQ(receivedUntil(listener, "last"), (Names{"first", "fourth", "last", "second", "third"}));
+  // A lost post does not delay or lose the next one.
   for (const char* name : {"fifth", "sixth", "seventh"}) {
     bus.restart();
     bus.freeze();
@@ -125,11 +125,11 @@ TEST_F(BusNotificationCenterTest, AFrozenBusIsWaitedForOnceAndHearsEachPostOnce)
   }
 }
 
-TEST_F(BusNotificationCenterTest, APostWhoseConnectionBreaksIsTriedOnceMore) {
+TEST_F(BusNotificationCenterTest, BrokenConnectionIsRetriedOnce) {
   const std::string working = bus.address(), silent = working + "-silent";
   BusListener listener;
   for (const std::string& next : {working, silent}) {
-    sockaddr_un address{AF_UNIX, {}};  // an abstract name: a zero byte stands in front of it
+    sockaddr_un address{AF_UNIX, {}};  // abstract: the name begins with a zero byte
     silent.copy(address.sun_path + 1, sizeof address.sun_path - 1, sizeof "unix:abstract=" - 1);
     const auto length = offsetof(sockaddr_un, sun_path) + silent.size() - 13;
     const int socket = ::socket(AF_UNIX, SOCK_STREAM | SOCK_CLOEXEC, 0);
@@ -148,7 +148,7 @@ TEST_F(BusNotificationCenterTest, APostWhoseConnectionBreaksIsTriedOnceMore) {
   EXPECT_EQ(lines, Names{"error Platform: Failed posting notification name, errno: 111"});
 }
 
-TEST_F(BusNotificationCenterTest, ManyThreadsAndForkedProcessesPost) {
+TEST_F(BusNotificationCenterTest, ThreadsAndForkedProcessesPost) {
   BusListener listener;
   std::vector<std::thread> threads(4);
   for (std::thread& thread : threads)
@@ -164,8 +164,8 @@ TEST_F(BusNotificationCenterTest, ManyThreadsAndForkedProcessesPost) {
   EXPECT_TRUE(sends("parent"));
   Names all(203, "name");
   all[0] = "a", all[1] = "child", all[202] = "parent";
-  EXPECT_EQ(heard(listener, "parent"), all);
-  // A child whose lock another thread held at the fork.
+  EXPECT_EQ(receivedUntil(listener, "parent"), all);
+  // A child forked while another thread holds the lock.
   bus.restart();
   bus.freeze();
   std::thread waiting([this] { center->post("waiting"); });
@@ -174,7 +174,7 @@ TEST_F(BusNotificationCenterTest, ManyThreadsAndForkedProcessesPost) {
   waiting.join();
 }
 
-TEST_F(BusNotificationCenterTest, AStrangersFileUnderItsNumberIsLeftAlone) {
+TEST_F(BusNotificationCenterTest, ReusedDescriptorIsNotTouched) {
   BusListener listener;
   const auto host = [this] {
     center->post("first");

@@ -1,5 +1,5 @@
 // SPDX-License-Identifier: Apache-2.0
-// Real children that talk much, end oddly or do not end, in hosts that are set up oddly.
+// Real child processes, in hosts with unusual settings.
 #include "platform/linux/system_platform.h"
 
 #include <fcntl.h>
@@ -33,15 +33,15 @@ using namespace std::chrono_literals;
 using namespace std::string_literals;
 
 struct ChildProcessTest : LarkspurTest {
-  using Said = std::pair<std::string, std::string>;
-  static Said run(const std::string& tool, const std::vector<std::string>& arguments,
-                  const FileURL& writable = FileURL("/")) {
+  using Output = std::pair<std::string, std::string>;
+  static Output run(const std::string& tool, const std::vector<std::string>& arguments,
+                    const FileURL& writable = FileURL("/")) {
     const auto task = linuxos::makeTaskLauncher()->launch(FileURL(tool), arguments, writable);
     std::string output = task->readStandardOutputToEnd();
     return {std::move(output), task->readStandardErrorToEnd()};
   }
-  static Said shell(const std::string& script) { return run("/bin/sh", {"-c", script}); }
-  // The status of a process that exits with what `body` returns.
+  static Output shell(const std::string& script) { return run("/bin/sh", {"-c", script}); }
+  // The status of a process that exits with the result of `body`.
   static int forked(const std::function<int()>& body) {
     const pid_t child = ::fork();
     if (child == 0) ::_exit(body());
@@ -55,7 +55,7 @@ struct ChildProcessTest : LarkspurTest {
   }
 };
 
-TEST_F(ChildProcessTest, EverythingSaidIsRead) {
+TEST_F(ChildProcessTest, AllOutputIsRead) {
   const std::pair<const char*, std::pair<std::size_t, std::size_t>> kCases[] = {
       {"head -c 300000 /dev/zero >&2; echo done", {5, 300'000}},
       {"head -c 5000000 /dev/zero >&2; head -c 5000000 /dev/zero", {5'000'000, 5'000'000}},
@@ -63,12 +63,12 @@ TEST_F(ChildProcessTest, EverythingSaidIsRead) {
       {"exec >&-; sleep 0.1; echo late >&2", {0, 5}},
       {"echo cut; kill -9 $$", {4, 0}}};
   for (const auto& [script, sizes] : kCases) {
-    const Said said = shell(script);
-    EXPECT_EQ(std::pair(said.first.size(), said.second.size()), sizes) << script;
+    const Output output = shell(script);
+    EXPECT_EQ(std::pair(output.first.size(), output.second.size()), sizes) << script;
   }
 }
 
-TEST_F(ChildProcessTest, AFailedLaunchLeavesItsNumberAndNothingElse) {
+TEST_F(ChildProcessTest, FailedLaunchSetsErrnoAndLeaksNothing) {
   using Case = std::tuple<std::string, std::string, int>;
   for (const auto& [tool, argument, code] :
        {Case{"/no/such/tool", "", ENOENT}, Case{"/etc/passwd", "", EACCES},
@@ -84,15 +84,15 @@ TEST_F(ChildProcessTest, AFailedLaunchLeavesItsNumberAndNothingElse) {
 TEST_F(ChildProcessTest, OnlyTheChildIsWaitedFor) {
   const auto start = std::chrono::steady_clock::now();
   EXPECT_EQ(shell("sleep 9 & echo inherited").first, "inherited\n");
-  EXPECT_EQ(shell("exec >&- 2>&-; sleep 3"), Said());
+  EXPECT_EQ(shell("exec >&- 2>&-; sleep 3"), Output());
   linuxos::makeTaskLauncher()->launch(FileURL("/bin/sleep"), {"3"}, FileURL("/")).reset();
   EXPECT_LT(std::chrono::steady_clock::now() - start, 3s);
   std::this_thread::sleep_for(3500ms);
-  EXPECT_EQ(shell("echo next").first, "next\n");  // and nobody is left
+  EXPECT_EQ(shell("echo next").first, "next\n");  // and no child is left
 }
 
-// Every host says the same to its child, and has no child left.
-TEST_F(ChildProcessTest, NothingOfTheHostMatters) {
+// Each host gets the same output from its child, and has no child left.
+TEST_F(ChildProcessTest, HostSettingsDoNotReachTheChild) {
   static constexpr sigset_t kAllSignals = {{~0UL}};
   const std::pair<const char*, std::function<void()>> kHosts[] = {
       {"no standard streams", [] { ::close_range(0, 2, 0); }},
@@ -113,8 +113,9 @@ TEST_F(ChildProcessTest, NothingOfTheHostMatters) {
       ::dup2(::open("/dev/null", O_RDONLY), 0);
       ::setenv("TZ", "Etc/GMT+3", 1);
       setUp();
-      const Said expected{"01233\nown session\nPATH=/usr/bin:/bin\nLC_ALL=C.UTF-8\nTZ=Etc/GMT+3\n",
-                          "a  b  * \xc3\xbc$HOME\n"};
+      const Output expected{
+          "01233\nown session\nPATH=/usr/bin:/bin\nLC_ALL=C.UTF-8\nTZ=Etc/GMT+3\n",
+          "a  b  * \xc3\xbc$HOME\n"};
       for (int i = 0; i < 3; ++i)
         if (run("/bin/sh", {"-c", script, "sh", "a  b", "", "*", "\xc3\xbc$HOME"}) != expected)
           return 1;
@@ -124,7 +125,7 @@ TEST_F(ChildProcessTest, NothingOfTheHostMatters) {
   }
 }
 
-TEST_F(ChildProcessTest, WithoutDescriptorsALaunchFailsOrWorks) {
+TEST_F(ChildProcessTest, LaunchNeedsFewDescriptors) {
   rlimit usual;
   ::getrlimit(RLIMIT_NOFILE, &usual);
   const auto lowest = static_cast<rlim_t>(::dup(0));
@@ -139,10 +140,10 @@ TEST_F(ChildProcessTest, WithoutDescriptorsALaunchFailsOrWorks) {
     }
     ::setrlimit(RLIMIT_NOFILE, &usual);
   }
-  EXPECT_EQ(worked, 3);  // with four for the pipes; the one for the child it can do without
+  EXPECT_EQ(worked, 3);  // four for the pipes; it can do without a pidfd
 }
 
-TEST_F(ChildProcessTest, AThreadNeedsLittleStack) {
+TEST_F(ChildProcessTest, SmallStackIsEnough) {
   std::thread([] {}).join();  // The first thread makes the C library handle a signal.
   startCounting();
   pthread_attr_t little;
@@ -158,7 +159,7 @@ TEST_F(ChildProcessTest, AThreadNeedsLittleStack) {
   ::pthread_attr_destroy(&little);
 }
 
-TEST_F(ChildProcessTest, OnlyItsDirectoryIsChanged) {
+TEST_F(ChildProcessTest, ChildWritesOnlyBelowItsDirectory) {
   const long version = landlockVersion();
   if (version < 1) GTEST_SKIP() << "no Landlock here";
   const fs::path scratch = directory() / "deep/scratch", service = root() / "service";
@@ -207,7 +208,7 @@ TEST_F(ChildProcessTest, OnlyItsDirectoryIsChanged) {
   EXPECT_EQ(
       attempt("head -c1 $1/file >/dev/null && mkdir -p a/b && echo x >a/b/f && ln a/b/f a/b/g "
               "&& : >a/b/g && mv a/b/g a/b/h && ln -s h a/b/l && mkfifo p && rm -r *"),
-      Said("done\n", ""));
+      Output("done\n", ""));
   EXPECT_EQ(snapshot(directory()), before);
 }
 

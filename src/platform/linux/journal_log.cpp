@@ -1,5 +1,5 @@
 // SPDX-License-Identifier: Apache-2.0
-// Log lines as entries of the system's journal.
+// Writes log lines to the system's journal.
 #include <syslog.h>
 
 #include <larkspur/platform.h>

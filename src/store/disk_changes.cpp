@@ -1,5 +1,5 @@
 // SPDX-License-Identifier: Apache-2.0
-// How the store makes a directory, removes an item, and flushes what it did.
+// Creates directories, removes items and flushes the disk, and logs what fails.
 #include <larkspur/larkspur_framework.h>
 
 #include "foundation/attempt.h"
@@ -28,9 +28,9 @@ void LarkspurFramework::removeItem(const FileURL& url) {
           });
 }
 
-// What an operation reported as done survives a power cut.
+// A finished operation must survive a power cut.
 void LarkspurFramework::flush() const {
-  attempt([&] { currentPlatform().fileManager->flush(root()); }, [](int) { /* logged there */ });
+  attempt([&] { currentPlatform().fileManager->flush(root()); }, [](int) { /* already logged */ });
 }
 
 }  // namespace larkspur
