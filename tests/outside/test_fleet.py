@@ -76,12 +76,12 @@ class ModuleTest(OutsideTest):
             (good | {"identifier": f"of {second}", "type": "d"}, "has version v1 as well"),
             (good | {"archive": str(none)}, "no such archive on the managed host"),
             (good | {"archive": str(pattern)}, "holds a pattern"),
-            (good | {"type": "a/b"}, "is no service type"),
+            (good | {"type": "a/b"}, "is not a service type"),
             (good | {"root": "relative"}, "not an absolute path"),
             (good | {"archive": str(bad), "root": str(none)}, "UnzipFailed: "),
             (ABSENT | {"type": second}, "has version v1 as well"),
             (ABSENT | {"type": "bare"}, "no readable record"),
-            (ABSENT | {"type": ""}, "is no service type"),
+            (ABSENT | {"type": ""}, "is not a service type"),
         ):
             for check in (True, False):
                 result = self.run_module(check, **wanted)
