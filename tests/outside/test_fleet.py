@@ -46,7 +46,7 @@ class ModuleTest(OutsideTest):
             runpy.run_path(str(module), run_name="__main__")
         return json.loads(output.getvalue())
 
-    def test_check_mode_foresees_and_changes_nothing(self):
+    def test_check_mode_and_repetition(self):
         wanted = dict(type=VPN, version="v2", identifier="d1", archive=str(self.archive()))
         first = self.run_module(check=True, **wanted)
         self.assertFalse(self.root.exists())
@@ -59,6 +59,9 @@ class ModuleTest(OutsideTest):
         self.assertEqual((first["deleted"], first["service"]), ([], done["service"]))
         self.assertEqual(done["deleted"], ["old"])
         self.assertEqual(renamed, done)
+        tree = (self.root / VPN).stat().st_ino
+        self.assertFalse(self.run_module(**wanted)["changed"])
+        self.assertEqual((self.root / VPN).stat().st_ino, tree)
 
     def test_refusals_change_nothing(self):
         for type, version in {"a": "v1", "b": "v1", "c": "v3"}.items():

@@ -1,4 +1,3 @@
-#!/usr/bin/python
 # SPDX-License-Identifier: Apache-2.0
 """Brings one service of a managed root to the wanted state."""
 
