@@ -41,7 +41,7 @@ TEST(JournalTest, StoresLinesAndEventsWithTheirFields) {
 6|LarkspurFramework|Utilities||||||0two
 lines=111
 7|LarkspurFramework|Utilities||||||0xxxxxxxxxxx1048576
-6|LarkspurFramework||com.corvid.Larkspur|com.corvid.printing|1|1230|7|32An event fo22
+6|LarkspurFramework||com.corvid.Larkspur|com.corvid.printing|1|1230|7|32Analytics e15
 )");
   });
 }
