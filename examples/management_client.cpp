@@ -167,11 +167,12 @@ int install(larkspur::LarkspurFramework& framework, const fs::path& root,
 }
 
 int list(larkspur::LarkspurFramework& framework) {
-  const std::vector<std::string> keys = framework.getDeclarationVersionKeys();
-  for (const std::string& version : std::set<std::string>(keys.begin(), keys.end())) {
-    std::cout << version << "  " << framework.findServiceType(version) << '\n';
+  std::vector<larkspur::Service> services = framework.services();
+  std::ranges::sort(services, {}, &larkspur::Service::type);
+  for (const larkspur::Service& service : services) {
+    std::cout << service.declarationVersion.value_or("-") << "  " << service.type << '\n';
   }
-  std::cout << keys.size() << (keys.size() == 1 ? " service\n" : " services\n");
+  std::cout << services.size() << (services.size() == 1 ? " service\n" : " services\n");
   return kDone;
 }
 

@@ -12,7 +12,7 @@
 /// All names of the library.
 namespace larkspur {
 
-/// The version of the library in use, for instance "1.0.0"; `LARKSPUR_VERSION` is that of the
+/// The version of the library in use, for instance "1.0.0". `LARKSPUR_VERSION` is that of the
 /// headers.
 LARKSPUR_EXPORT const char* version() noexcept;
 

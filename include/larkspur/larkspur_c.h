@@ -5,10 +5,10 @@
    A call returns LARKSPUR_OK or the code of its failure, and fills in the larkspur_error that the
    caller passes, also after a success. Nothing throws, exits or aborts through this interface.
 
-   Texts are zero-terminated bytes. Those that the caller passes are UTF-8, except `archive`; names
-   from the file system are its bytes as they are. The library copies what it keeps. A NULL where
-   none is allowed, or a text that this page does not allow, is LARKSPUR_BAD_ARGUMENT, and nothing
-   was touched.
+   Strings are zero-terminated bytes. Those that the caller passes are UTF-8, except `archive`;
+   names from the file system are its bytes as they are. The library copies what it keeps. A NULL
+   where none is allowed, or a string that this page does not allow, is LARKSPUR_BAD_ARGUMENT, and
+   nothing was touched.
 
    Thread rule: larkspur_open, larkspur_close and larkspur_use_hooks may be called from any thread
    and wait for each other. Calls on one store may overlap as long as they work on different
@@ -38,14 +38,14 @@ enum {
   LARKSPUR_RESERVED_SERVICE_TYPE = 5,      /**< The service type uses a reserved prefix. */
   LARKSPUR_SYMBOLIC_LINKS_NOT_ALLOWED = 6, /**< The archive holds a symbolic link. */
   LARKSPUR_INTERNAL_ERROR = 7,             /**< Disk or record failed; see `detail`. */
-  LARKSPUR_UNEXPECTED_ERROR = 8,           /**< A state that should be impossible. */
+  LARKSPUR_UNEXPECTED_ERROR = 8,           /**< A system call failed in an extraction. */
   LARKSPUR_BAD_ARGUMENT = 32,              /**< The caller's mistake; `message` names it. */
   LARKSPUR_NOT_READY = 33,                 /**< No notification center, or the root vanished. */
   LARKSPUR_SYSTEM_ERROR = 34,              /**< The system failed; see `system_errno`. */
   LARKSPUR_NO_MEMORY = 35                  /**< Out of memory. */
 };
 
-/** What a call reports. The caller's, and its contents before the call do not matter. */
+/** What a call reports. Belongs to the caller; need not be initialised. */
 typedef struct {
   int code;          /**< What the call returned. */
   int system_errno;  /**< With LARKSPUR_SYSTEM_ERROR the system's error number, otherwise 0. */
@@ -61,10 +61,10 @@ LARKSPUR_EXPORT const char* larkspur_version(void);
 /** The levels of log lines. */
 enum { LARKSPUR_LOG_ERROR = 0, LARKSPUR_LOG_INFO = 1, LARKSPUR_LOG_DEBUG = 2 };
 
-/** The caller's own log, notification center and analytics. A NULL function stands for the system's
-    own. The functions are called on the threads that call the library, possibly on several at once;
-    their texts live for the call only. They must return soon, must not call this interface, and no
-    exception and no longjmp may leave them. */
+/** A log, notification center and analytics service of the caller. A NULL function means the
+   system's own. The functions are called on the threads that call the library, possibly on several
+   at once; their strings are valid during the call only. They must return soon, must not call this
+   interface, and no exception and no longjmp may leave them. */
 typedef struct {
   size_t size;   /**< sizeof(larkspur_hooks). */
   void* context; /**< Passed to each function. */
@@ -77,12 +77,12 @@ typedef struct {
       bytes, to the nearest 10. */
   void (*event)(void* context, const char* service_type, int enabled, long long size,
                 long long number_of_managed_services);
-  int log_level; /**< The most talkative level wanted in the log, `log` or the system's. */
+  int log_level; /**< The most detailed level wanted, in `log` or the system's log. */
 } larkspur_hooks;
 
-/** Puts the hooks in place for the whole process, also for its C++ callers; the struct is copied.
+/** Sets the hooks for the whole process, also for its C++ callers; the struct is copied.
     LARKSPUR_BAD_ARGUMENT while a store is open, or when `size` is smaller than the first version
-    of the struct. What a longer struct holds behind the members known here is ignored. */
+    of the struct. Further members of a longer struct are ignored. */
 LARKSPUR_EXPORT int larkspur_use_hooks(const larkspur_hooks* hooks, larkspur_error* error);
 
 /** Opens the managed root at the absolute path `root`. A missing root is made with its parents, all
@@ -130,8 +130,8 @@ LARKSPUR_EXPORT int larkspur_delete(larkspur_store* store, const char* version,
 LARKSPUR_EXPORT int larkspur_find(larkspur_store* store, const char* version, char** service_type,
                                   larkspur_error* error);
 
-/** One service. A member other than `type` is NULL when the record has no such text, or one with a
-    zero byte inside. */
+/** One service. A member other than `type` is NULL when the record has no such string, or one with
+   a zero byte inside. */
 typedef struct {
   const char* type;         /**< The service type: the name of its tree below the root. */
   const char* version;      /**< The declaration's version key. */
@@ -149,7 +149,7 @@ LARKSPUR_EXPORT int larkspur_services(larkspur_store* store, larkspur_service***
 /** Frees a list of larkspur_services; NULL is allowed. */
 LARKSPUR_EXPORT void larkspur_free_services(larkspur_service** services);
 
-/** Frees a text of larkspur_find; NULL is allowed. */
+/** Frees a string of larkspur_find; NULL is allowed. */
 LARKSPUR_EXPORT void larkspur_free(void* memory);
 
 /* NOLINTEND(modernize-use-using) */

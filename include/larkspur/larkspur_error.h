@@ -1,5 +1,5 @@
 // SPDX-License-Identifier: Apache-2.0
-// The one error type of the library: eight cases, two of them carrying a text.
+// The one error type of the library: eight cases, two of them with a string.
 #pragma once
 
 #include <exception>
@@ -10,9 +10,9 @@
 
 namespace larkspur {
 
-/// Why an operation failed. A value: copies share their texts, copying cannot throw, and any
-/// number of threads may read one. Every operation throws it; besides it, only an error of the
-/// operating system (`std::system_error`) can leave `LarkspurFramework::installArchive`.
+/// Why an operation failed. A value: copies share their strings, copying cannot throw, and any
+/// number of threads may read one. Operations throw nothing else, except `std::system_error` from
+/// `LarkspurFramework::installArchive`.
 class LARKSPUR_EXPORT LarkspurError : public std::exception {
  public:
   /// The cases, in the order of their codes.
@@ -23,8 +23,8 @@ class LARKSPUR_EXPORT LarkspurError : public std::exception {
     unzipFailed = 3,              ///< The archive could not be unpacked.
     reservedServiceType = 4,      ///< The service type uses a reserved prefix.
     symbolicLinksNotAllowed = 5,  ///< The archive holds a symbolic link.
-    internalError = 6,            ///< The library's own machinery failed: disk, record, start-up.
-    unexpectedError = 7,          ///< A state that should be impossible.
+    internalError = 6,            ///< Disk, record or start-up failed; the log has the cause.
+    unexpectedError = 7,          ///< A system call failed in the middle of an extraction.
   };
 
   /// `contentType` is the content type that was offered.
@@ -38,14 +38,14 @@ class LARKSPUR_EXPORT LarkspurError : public std::exception {
   static LarkspurError internalError();            ///< See Case::internalError.
   static LarkspurError unexpectedError();          ///< See Case::unexpectedError.
 
-  LarkspurError(const LarkspurError& other) noexcept;             ///< Shares the texts of `other`.
-  LarkspurError& operator=(const LarkspurError& other) noexcept;  ///< Shares the texts of `other`.
+  LarkspurError(const LarkspurError& other) noexcept;             ///< Shares the strings.
+  LarkspurError& operator=(const LarkspurError& other) noexcept;  ///< Shares the strings.
   ~LarkspurError() override;
 
   /// Which of the eight it is.
   Case kind() const noexcept { return case_; }
 
-  /// The text that the case carries; empty for the six that carry none.
+  /// The content type or the value searched for; empty for the other six cases.
   const std::string& payload() const noexcept;
 
   /// The message, for people.
@@ -54,7 +54,7 @@ class LARKSPUR_EXPORT LarkspurError : public std::exception {
   /// The message; lives as long as the error or any copy of it.
   const char* what() const noexcept override;
 
-  /// The domain of the error when it is handed over as a plain pair: "Larkspur.LarkspurError".
+  /// The domain of `code`: "Larkspur.LarkspurError".
   static const char* domain() noexcept;
 
   /// The number of the case within the domain. Case 0 is a failure like the others.

@@ -14,12 +14,19 @@
 //   version key --deleteService--->  nothing
 // clang-format on
 //
-// Each change is announced as "kLarkspurChanged_" followed by the service type, and counted.
-// A step that is done stays done: no failure is rolled back, and the next successful install of
-// the service brings tree, record and saved copy together again.
+// Each change is announced as "kLarkspurChanged_" followed by the service type, and counted. No
+// failure is rolled back, and the next successful install of the service sets tree, record and
+// saved copy right.
 //
-// Thread rule: an operation runs on its caller's thread and takes no lock. Operations on one
-// service must not overlap; the caller serialises them. `createFramework` must not overlap itself.
+// What is atomic: at every moment, also after a kill, a service's directory holds the whole old
+// tree, the whole new one or nothing (or is empty, before a first install), and never the record of
+// another archive than its tree's. What is durable: once `installArchive` or `deleteService`
+// returns without an error, its result survives a power cut on ext4, xfs and btrfs.
+//
+// Thread rule: an operation runs on its caller's thread and takes no lock. Operations on different
+// services, and lookups, may overlap, in threads and in processes. Operations on one service must
+// not; an install counts as an operation on each service of its declaration. Nothing may overlap
+// `createFramework` in the same process.
 #pragma once
 
 #include <cstdint>
@@ -39,8 +46,25 @@ class Logger;
 class NotificationCenter;
 
 /// One managed root and the operations on it. Unless a public operation says otherwise it throws
-/// `LarkspurError`, and `internalError` without touching anything while the object is not ready
-/// (see `isDefaultPathExists` and `isDarwinNotifCenterSuccess`).
+/// `LarkspurError`: `internalError`, with nothing touched, if the object is not ready (see
+/// `isDefaultPathExists` and `isDarwinNotifCenterSuccess`).
+///
+/// Limits:
+/// - A service type is used unchanged as the name of a directory. A client that does not control it
+///   must refuse "", ".", "..", "._saved" and anything with a slash. Types that begin with
+///   "com.corvid." are reserved, except for nine: "com.corvid." and "webserver", "accessrules",
+///   "shell", "smartcards", "printing", "authmodules", "remotelogin", "superuser" or "altshell".
+/// - An archive is a plain file, not a link, and not the service's own saved copy: that is deleted
+///   before it is copied. To the unzip tool `[`, `*`, `?` and a backslash in its name are a
+///   pattern, and a missing `svc` means `svc.zip`.
+/// - The unzip tool drops control characters in the names of entries, and unpacks `../x` as `x`.
+/// - The tool inherits standard input, and asks there what to do when the disk is full.
+/// - A record needs a file system with user attributes; ext4 has about 4,000 bytes for it.
+/// - A record that something else wrote is unreadable if it nests deeper than 512 levels, or holds
+///   half a surrogate pair or an exponent beyond 32 bits.
+/// - On an overlay file system the first update of a tree that came with the image fails with
+///   `internalError` and leaves no tree; the next install works.
+/// - A failed install leaves its scratch directory, `larkspur-` and six characters, mode 0700.
 class LARKSPUR_EXPORT LarkspurFramework {
  public:
   /// The path of the managed root for objects made from now on; one per process.
@@ -50,31 +74,31 @@ class LARKSPUR_EXPORT LarkspurFramework {
   /// The content types that `installArchive` accepts: "application/zip" alone.
   static const std::vector<std::string>& supportedContentTypes();
 
-  /// Makes a ready object for the root at `path`, which must be absolute. A missing root is made,
-  /// with its parents, all 0755 whatever the umask. Throws nothing: a root that cannot be made
-  /// ends the process with `exit(-1)`, a path that is no location aborts it, and a missing
-  /// notification center leaves an object that is not ready.
+  /// Makes an object for the root at `path`, which must be absolute. A missing root is made, with
+  /// its parents, all 0755 whatever the umask. Throws nothing: a root that cannot be made ends the
+  /// process with `exit(-1)`, a path that is not a location (relative, or not UTF-8) aborts it. The
+  /// object is ready unless there is no notification center; see `isDarwinNotifCenterSuccess`.
   static std::unique_ptr<LarkspurFramework> createFramework(const std::string& path);
 
-  /// Where the managed root is; absent only if a client made it so, which aborts the process at
-  /// the next operation that needs it.
+  /// Where the managed root is. Absent only if a client made it so; the next operation that needs
+  /// it then aborts the process.
   virtual const std::optional<FileURL>& larkspurPathURL() const;
   virtual void setLarkspurPathURL(std::optional<FileURL> url);  ///< Replaces it.
-  virtual std::optional<FileURL>& modifyLarkspurPathURL();      ///< Gives it for change in place.
+  virtual std::optional<FileURL>& modifyLarkspurPathURL();      ///< Mutable access.
 
   /// Whether start-up found a notification center.
   virtual bool isDarwinNotifCenterSuccess() const;
   virtual void setIsDarwinNotifCenterSuccess(bool success);  ///< Replaces it.
-  virtual bool& modifyIsDarwinNotifCenterSuccess();          ///< Gives it for change in place.
+  virtual bool& modifyIsDarwinNotifCenterSuccess();          ///< Mutable access.
 
   /// Whether start-up found the root, or `createFramework` made it.
   virtual bool isDefaultPathExists() const;
   virtual void setIsDefaultPathExists(bool exists);  ///< Replaces it.
-  virtual bool& modifyIsDefaultPathExists();         ///< Gives it for change in place.
+  virtual bool& modifyIsDefaultPathExists();         ///< Mutable access.
 
-  /// Makes an object for the root at `larkspurPath()`. Throws nothing and makes nothing on disk:
-  /// what is missing clears the flag that says so, and a path that is no location aborts. Clients
-  /// call `createFramework`.
+  /// Makes an object for the root at `larkspurPath()`, for subclasses; clients call
+  /// `createFramework`. Throws nothing and makes nothing on disk: a missing root or notification
+  /// center clears its flag, and a path that is not a location aborts.
   LarkspurFramework();
   virtual ~LarkspurFramework();
   LarkspurFramework(const LarkspurFramework&) = delete;
@@ -82,32 +106,30 @@ class LARKSPUR_EXPORT LarkspurFramework {
 
   /// Installs or updates a service from a zip archive.
   ///
-  /// `serviceType` names the service and, unchanged, its directory: a client that does not control
-  /// it checks it first. `contentType` must be "application/zip" to the letter. The keys and
-  /// `hashSHA256` are recorded as given. `force` skips the check for a rename or for another
-  /// declaration's service.
+  /// `contentType` must be "application/zip" exactly. The keys and `hashSHA256` are recorded
+  /// unchanged and unchecked. `force` skips the checks for a rename and for a service of another
+  /// declaration.
   ///
-  /// Effect: services of the same declaration under another type are deleted, the tree is swapped
-  /// in whole, the change announced, the record written, the saved copy replaced, all of it flushed
-  /// to the disk, and an analytics event sent, in that order. After a return without an error tree,
-  /// record and saved copy survive a power cut; at every moment the tree is whole, old or new.
+  /// Effect: services of the same declaration under another type are deleted, the tree is replaced
+  /// in one step, the change announced, the record written, the saved copy replaced, everything
+  /// flushed to the disk, and an analytics event sent, in that order.
   ///
-  /// Throws, with what is on disk then:
-  /// - `invalidMIMEType`, `reservedServiceType`: everything as before; with every error below,
+  /// Throws, with this on disk:
+  /// - `invalidMIMEType`, `reservedServiceType`: everything as before. After any error below,
   ///   renamed services may be gone already;
-  /// - `updateServiceFailed`, when the service belongs to another declaration: its tree, record and
+  /// - `updateServiceFailed`, if the service belongs to another declaration: its tree, record and
   ///   saved copy are as before;
-  /// - `unzipFailed`, `symbolicLinksNotAllowed`: the service's directory is gone, also an earlier
-  ///   good version; the saved copy is as before;
-  /// - `unexpectedError`: the service's directory is as the failed extraction left it, old or
-  ///   empty and never a mixture;
-  /// - `internalError`: the service is at the step that failed: not touched, its directory gone,
-  ///   new tree without a record, new tree and record without a whole saved copy, or all in place
-  ///   and only not flushed, or the event not sent;
-  /// - `symbolicLinksNotAllowed` for an archive that is itself a link: new tree and record, the
+  /// - `unzipFailed`, `symbolicLinksNotAllowed`: the service's directory is gone, even if it held a
+  ///   good version; the saved copy is as before. call `checkArchive` first;
+  /// - `symbolicLinksNotAllowed` for an archive that is itself a link: new tree and record, and the
   ///   link as saved copy;
-  /// - `std::system_error`, from the modes of the saved copy or the size of the archive: all is in
-  ///   place, only the count was not sent.
+  /// - `unexpectedError`, if a system call failed in the middle of the extraction; the archive is
+  ///   not to blame. The service's directory holds the old tree, or is empty;
+  /// - `internalError`: the service is as the step that failed found it: not touched, its directory
+  ///   gone, new tree without a record, new tree and record without a whole saved copy, or
+  ///   everything in place but perhaps not flushed, and the event not sent;
+  /// - `std::system_error`, from the modes of the saved copy or the size of the archive: everything
+  ///   in place but perhaps not flushed, and the event not sent.
   virtual void installArchive(const std::string& serviceType, const FileURL& archiveURL,
                               const std::string& contentType,
                               const std::string& declarationVersionKey,
@@ -115,34 +137,37 @@ class LARKSPUR_EXPORT LarkspurFramework {
                               const std::string& hashSHA256, bool force);
 
   /// Deletes the first service that the version key `declarationVersionKey` installed: its tree
-  /// with the record, announced, then its saved copy, then an analytics event. After a return
-  /// without an error a power cut brings nothing of it back.
-  /// Throws `serviceNotFound` with everything as before, or `internalError` at the step that
-  /// failed: the tree there, the tree gone and the saved copy there, or both gone and only not
-  /// flushed, or the event not sent. Each is there whole or not at all.
+  /// with the record, announced, then its saved copy; flushes, then sends an analytics event.
+  /// Throws `serviceNotFound` with everything as before, or `internalError` with the service as the
+  /// step that failed found it: everything there, the tree gone and the saved copy there, or
+  /// everything gone but perhaps not flushed, and the event not sent. Something mounted inside the
+  /// tree, an immutable file or a directory that may not be changed refuse the deletion with
+  /// nothing removed.
   virtual void deleteService(const std::string& declarationVersionKey);
 
   /// The version keys of all services, one per readable record, repeats included, in the order
   /// of the directory. Throws `internalError` when the root cannot be listed. Changes nothing.
   virtual std::vector<std::string> getDeclarationVersionKeys();
 
-  /// Where the tree of `serviceType` is or would be. Looks at nothing, and needs no readiness.
+  /// Where the tree of `serviceType` is or would be. Does not touch the disk, and works if the
+  /// object is not ready.
   virtual FileURL servicePathURL(const std::string& serviceType);
 
-  /// The service type of the first service that `declarationVersionKey` installed, by exact text.
+  /// The service type of the first service that `declarationVersionKey`, compared byte by byte,
+  /// installed.
   /// Throws `serviceNotFound` with the key, or `internalError` when the root cannot be listed.
   /// Changes nothing.
   virtual std::string findServiceType(const std::string& declarationVersionKey);
 
-  // What follows is not virtual, so that the operation table stays as it is.
+  // Not virtual from here on, so the operation table stays as it is.
 
   /// `installArchive` with its arguments by name; calls the virtual one. A class that overrides
-  /// that one hides this one, unless it says `using LarkspurFramework::installArchive`.
+  /// the virtual one hides this one, unless it declares `using LarkspurFramework::installArchive`.
   void installArchive(const Installation& installation);
 
-  /// Unpacks the archive into scratch space as an install does and removes the scratch space, so
-  /// that a client that calls it first loses no tree to a bad archive. Touches no service and
-  /// announces nothing. Throws `unzipFailed` or `symbolicLinksNotAllowed` where an install would,
+  /// Unpacks the archive into a scratch directory as an install does, and removes that directory.
+  /// Call it first, and no bad archive costs a service its tree. Touches no service and announces
+  /// nothing. Throws `unzipFailed` or `symbolicLinksNotAllowed` if an install would, and
   /// `internalError` for any other failure.
   void checkArchive(const FileURL& archiveURL);
 
@@ -151,7 +176,7 @@ class LARKSPUR_EXPORT LarkspurFramework {
   std::vector<Service> services();
 
  protected:
-  // The steps that the operations above are made of, in the order of the operation table.
+  // The steps of the operations above, in the order of the operation table.
 
   /// Unpacks the archive as `<root>/<serviceType>` and announces it.
   virtual void addOrUpdateService(const std::string& serviceType, const FileURL& archiveURL);

@@ -1,5 +1,5 @@
 // SPDX-License-Identifier: Apache-2.0
-// What a client asks to install, and what a lookup tells about a service.
+// The arguments of an install, and the result of a lookup.
 #pragma once
 
 #include <optional>
@@ -9,20 +9,20 @@
 
 namespace larkspur {
 
-/// The arguments of an install by name, so that no two texts change places unseen:
+/// The arguments of an install by name, so that no two strings can be mixed up:
 /// `installArchive({.serviceType = "com.example.vpn", .archive = FileURL("/tmp/vpn.zip"), …})`.
 struct Installation {
   std::string serviceType;                      ///< Names the service and its directory.
   FileURL archive;                              ///< The zip archive.
-  std::string declarationVersion;               ///< Recorded; addresses the service later.
+  std::string declarationVersion;               ///< Recorded; lookups and deletions use it.
   std::string declarationIdentifier;            ///< Recorded; tells an update from a rename.
   std::string hashSHA256;                       ///< Recorded as given, not verified.
   std::string contentType = "application/zip";  ///< The one type that is accepted.
-  bool force = false;                           ///< Skips the check of other declarations.
+  bool force = false;                           ///< Skips the checks of other services.
 };
 
-/// One managed service and its record. A value that is missing in the record, or is no text there,
-/// is absent.
+/// One managed service and its record. A value that the record lacks, or that is not a string, is
+/// absent.
 struct Service {
   std::string type;                                  ///< The service type.
   std::optional<std::string> declarationVersion;     ///< See Installation::declarationVersion.

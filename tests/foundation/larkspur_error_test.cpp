@@ -27,6 +27,9 @@ TEST(LarkspurErrorTest, MessagesAndCodes) {
   }
   EXPECT_STREQ(LarkspurError::domain(), "Larkspur.LarkspurError");
   EXPECT_EQ(LarkspurError::invalidMIMEType("").description(), "MIME type  is not supported");
+  const std::string zero("a\0b", 3);
+  EXPECT_EQ(LarkspurError::serviceNotFound(zero).description(),
+            "Managed service not found for " + zero);
   EXPECT_EQ(LarkspurError::serviceNotFound("").description(), "Managed service not found for ");
 }
 

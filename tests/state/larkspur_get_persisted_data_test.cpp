@@ -10,19 +10,23 @@ TEST_F(StoreTest, ReadableRecords) {
   const FileURL place = framework->servicePathURL("a b");
   LarkspurGetPersistedData reader;
   std::string found;
+  const auto shown = [](std::optional<std::string> key) {
+    return " " + (!key ? "-" : key->empty() ? "empty" : *key);
+  };
   const auto read = [&] {
     found = reader.getSystemState(place) ? "object" : "nothing";
-    found += " " + reader.getDeclarationVersion(place).value_or("-") + " " +
-             reader.getDeclarationIdentifier(place).value_or("-");
+    found += shown(reader.getDeclarationVersion(place));
+    found += shown(reader.getDeclarationIdentifier(place));
   };
   for (const auto& row : table(3, R"(
 {"declarationVersionKey":"1","declarationIdentifierKey":"a/b"} | object 1 a/b | done
  { "declarationIdentifierKey" : "a\/b" , "x" : null } | object - a/b | done
 {"declarationVersionKey":3,"declarationIdentifierKey":null} | object - - | done
+{"declarationVersionKey":"","declarationIdentifierKey":""} | object empty empty | done
 [{"declarationVersionKey":"1"}] | nothing - - | done
- |  | Internal Error \| error GetPersistedData: JSON deserialzation internal error: .+
-{"declarationVersionKey":"1"}x |  | Internal Error \| error GetPersistedData: JSON deserialzation internal error: .+
-"text" |  | Internal Error \| error GetPersistedData: JSON deserialzation internal error: .+)")) {
+ |  | Internal Error \| error GetPersistedData: JSON deserialzation internal error: [^|]+
+{"declarationVersionKey":"1"}x |  | Internal Error \| error GetPersistedData: JSON deserialzation internal error: [^|]+
+"text" |  | Internal Error \| error GetPersistedData: JSON deserialzation internal error: [^|]+)")) {
     manage("a b", row[0]);
     found.clear();
     EXPECT_TRUE(matches(report(read, kEverything), row[2])) << row[0];

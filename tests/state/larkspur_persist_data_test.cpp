@@ -10,7 +10,10 @@ TEST_F(RecordedTest, RecordIsReplaced) {
   for (const auto& row : table(4, R"(
 1 | id | ab/12 | {"contentType":"","declarationIdentifierKey":"id","declarationVersionKey":"1","hashSHA256":"ab\/12"}
  | "\ | é | {"contentType":"","declarationIdentifierKey":"\"\\","declarationVersionKey":"","hashSHA256":"é"})")) {
-    LarkspurPersistData(FileURL(root()), row[0], row[1], row[2], "").persistSystemState();
+    // Links in the path are followed, and so is one at its end.
+    std::filesystem::create_directory_symlink(root(), directory() / ("link" + row[0]));
+    LarkspurPersistData(FileURL(directory() / ("link" + row[0])), row[0], row[1], row[2], "")
+        .persistSystemState();
     EXPECT_EQ(recordBytes(root()), row[3]);
   }
 }
@@ -37,6 +40,7 @@ TEST_F(RecordedTest, RefusedRecordsAreNotWritten) {
   EXPECT_TRUE(
       persist("", "\xC3")
           .starts_with("Internal Error | error PersistData: JSONSerialization internal error: "));
+  EXPECT_EQ(recorder->lines.size(), 2U);
   for (const std::string& place : {std::string("/missing"), std::string("/\0", 2)})
     EXPECT_EQ(persist(place),
               "Internal Error | error PersistData: Persisting system state failed with error: "

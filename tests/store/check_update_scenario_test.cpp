@@ -12,6 +12,7 @@ TEST_F(StoreTest, UpdateRenameOrOtherDeclaration) {
 force | new "x" "1" old "i" "2" | new old | done | info Framework: Force updating serviceType: new
 - | new "i" "1" | new | done
 - | new "I" "1" | new | Failed updating service in managed service directory | error Framework: Received declarationIdentifierKey i doesn't match with persisted data I for serviceType new, this is not an update scenario
+- | new "" "1" | new | Failed updating service in managed service directory | error Framework: Received declarationIdentifierKey i doesn't match with persisted data  for serviceType new, this is not an update scenario
 - | new 3 "1" | new | done | info Framework: Declaration identifier key isn't persisted, considering this as an update scenario
 - | old "i" 3 | old | done | info Framework: serviceType old is renamed to new... deleting old configuration at file://$/root/old | info Framework: Service 'new' is not managed, no need to check for update scenario..
 - | a "i" "1" b "i" "2" c "j" "3" new "x" "4" | c new | Failed updating service in managed service directory | info Framework: serviceType a is renamed to new... deleting old configuration at file://$/root/a | post kLarkspurChanged_a | send com.corvid.Larkspur enabled=false numberOfManagedServices=3 serviceType="Other" size=0 | info Framework: serviceType b is renamed to new... deleting old configuration at file://$/root/b | post kLarkspurChanged_b | send com.corvid.Larkspur enabled=false numberOfManagedServices=2 serviceType="Other" size=0 | error Framework: Received declarationIdentifierKey i doesn't match with persisted data x for serviceType new, this is not an update scenario
@@ -29,6 +30,18 @@ force | new "x" "1" old "i" "2" | new old | done | info Framework: Force updatin
     for (const auto& [type, text] : snapshot(root())) left += left.empty() ? type : " " + type;
     EXPECT_EQ(left, row[2]);
   }
+}
+
+TEST_F(StoreTest, PlainFilesAreServicesAndSavedCopiesToo) {
+  const auto service = writeFile(root() / kType, "x");
+  const std::string record = R"({"declarationIdentifierKey":"other","declarationVersionKey":"v1"})";
+  currentPlatform().extendedAttributes->set(service, "Larkspur", record);
+  EXPECT_TRUE(report([&] { install("v2"); }).starts_with("Failed updating service"));
+  std::filesystem::create_directory(root() / "._saved");
+  writeFile(root() / "._saved" / kType, "x");
+  EXPECT_EQ(snapshot(root()).size(), 3U);
+  EXPECT_TRUE(report([&] { framework->deleteService("v1"); }).starts_with("done | post"));
+  EXPECT_EQ(snapshot(root()), (Tree{{"._saved", "d755"}}));
 }
 
 TEST_F(StoreTest, FailureEndsTheCheck) {

@@ -22,9 +22,21 @@ TEST_F(RecordedTest, ModesOfATree) {
   EXPECT_EQ(std::filesystem::status(root() / "pipe").permissions(), std::filesystem::perms{0444});
 }
 
+TEST_F(RecordedTest, FilesAreListedInTheOrderOfTheDirectory) {
+  for (const char* name : {"a", "b", "c", "d", "e"}) writeFile(root() / name, "");
+  std::string list;
+  for (const auto& entry : std::filesystem::directory_iterator(root()))
+    list +=
+        (list.empty() ? "file://$/root/" : ", file://$/root/") + entry.path().filename().string();
+  EXPECT_EQ(report([&] { Utilities().enumerateFiles(FileURL(root())); }, kEverything),
+            "done | info Utilities: Enumerated files: [" + list + "]");
+}
+
 TEST_F(RecordedTest, LinksAndMissingDirectories) {
-  EXPECT_EQ(report([] { Utilities().enumerateFiles(FileURL("/missing")); }, kEverything),
-            "done | info Utilities: Enumerated files: []");
+  const FileURL file = writeFile(directory() / "file", "");
+  for (const FileURL& place : {FileURL("/missing"), file})
+    EXPECT_EQ(report([&] { Utilities().enumerateFiles(place); }, kEverything),
+              "done | info Utilities: Enumerated files: []");
   std::filesystem::create_directory(root() / "a");
   ::chmod((root() / "a").c_str(), 0700);
   std::filesystem::create_directory_symlink(directory() / "home", root() / "a/link");
