@@ -103,7 +103,7 @@ fs::path resolveArchive(const std::string& name) {
     throw std::runtime_error("not a file: " + archive.string());
   }
   if (archive.filename().string().find_first_of("[*?\\") != std::string::npos) {
-    throw std::runtime_error("rename the archive, the tool does not accept [ * ? \\: " +
+    throw std::runtime_error("rename the archive: unzip takes [ * ? \\ for a pattern: " +
                              archive.string());
   }
   return archive;

@@ -55,9 +55,6 @@ class Utilities {
   /// Returns when the service type may be managed; throws `reservedServiceType` otherwise.
   void admitServiceType(const std::string& serviceType);
 
-  /// The service types of the reserved namespace that are admitted.
-  const std::vector<std::string>& allowedServiceTypes() const { return allowedServiceTypes_; }
-
   /// The name of the notification that announces a change of the service.
   std::string changedNotificationName(const std::string& serviceType) const;
 
@@ -72,6 +69,7 @@ class Utilities {
   bool isAllowed(const std::string& serviceType) const;
 
   Logger logger_{"Utilities"};
+  /// The service types with the reserved prefix that are admitted.
   std::vector<std::string> allowedServiceTypes_ = {
       "com.corvid.webserver",   "com.corvid.accessrules", "com.corvid.shell",
       "com.corvid.smartcards",  "com.corvid.printing",    "com.corvid.authmodules",

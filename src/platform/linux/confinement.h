@@ -8,9 +8,9 @@
 
 namespace larkspur::linuxos {
 
-/// A confined process can write, create, truncate, link and remove only below one directory, write
-/// to /dev/null, and create no device files. If the kernel supports it, the process cannot use TCP,
-/// signal other processes or reach their abstract sockets. Reading and executing stay allowed.
+/// A confined process can write, create, truncate, link and remove only below one directory, and
+/// write to /dev/null. It cannot create device files or, if the kernel supports it, use TCP, signal
+/// other processes or reach their abstract sockets. Reading and executing stay allowed.
 class Confinement {
  public:
   /// Throws `std::system_error`, but not on a kernel without Landlock.
