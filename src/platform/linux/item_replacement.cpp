@@ -75,7 +75,7 @@ void publish(StagingDirectory& staging, const std::string& item, const std::stri
 void eraseStaged(StagingDirectory& staging, const std::string& staged, const std::string& item) {
   bool begun = false;
   try {
-    eraseTree(staged, ClosedDirectories::respect, &begun);
+    eraseTree(staged, ClosedDirectories::respect, begun);
   } catch (const std::system_error& failure) {
     const int code = failure.code().value();
     if (!begun && putBack(staging, staged, item)) {

@@ -33,8 +33,8 @@ std::atomic<LinkedChild*> leftChildren{nullptr};
 
 void leave(std::unique_ptr<LinkedChild> child) noexcept {
   child->next = leftChildren;
-  while (!leftChildren.compare_exchange_weak(child->next, child.get())) continue;
-  child.release();
+  LinkedChild* const left = child.release();
+  while (!leftChildren.compare_exchange_weak(left->next, left)) continue;
 }
 
 void reapLeftChildren() noexcept {

@@ -123,7 +123,7 @@ void requireErasable(const std::string& path) {
   walkDirectory(std::move(top), path, check);
 }
 
-void eraseTree(const std::string& path, ClosedDirectories closed, bool* begun) {
+void eraseTree(const std::string& path, ClosedDirectories closed, bool& begun) {
   FileDescriptor top = openDirectory(AT_FDCWD, path.c_str());
   if (!top) {
     const int code = errno;
@@ -133,10 +133,14 @@ void eraseTree(const std::string& path, ClosedDirectories closed, bool* begun) {
     if (::rmdir(path.c_str()) != 0) fail(code, "open", path);
     return;
   }
-  bool ignored = false;
-  Erasure erasure(top.get(), path, closed, begun != nullptr ? *begun : ignored);
+  Erasure erasure(top.get(), path, closed, begun);
   walkDirectory(std::move(top), path, erasure);
   if (::rmdir(path.c_str()) != 0) fail("rmdir", path);
+}
+
+void eraseTree(const std::string& path, ClosedDirectories closed) {
+  bool begun = false;
+  eraseTree(path, closed, begun);
 }
 
 void eraseOrLog(const std::string& path) noexcept {

@@ -37,8 +37,9 @@ void requireErasable(const std::string& path);
 enum class ClosedDirectories : bool { respect, open };
 
 /// Removes the item, a link itself and a directory with all its contents. Fails at a mount point.
-/// Sets `begun`, if given, once something inside is gone.
-void eraseTree(const std::string& path, ClosedDirectories closed, bool* begun = nullptr);
+/// Sets `begun` once something inside is gone.
+void eraseTree(const std::string& path, ClosedDirectories closed, bool& begun);
+void eraseTree(const std::string& path, ClosedDirectories closed);
 
 /// Removes an item, closed directories included. Logs a failure instead of throwing, and preserves
 /// `errno`.
