@@ -69,7 +69,8 @@ class ModuleTest(OutsideTest):
         with larkspur.Store(self.root) as store:
             second = "b" if store.find("v1") == "a" else "a"
         (self.root / "bare").mkdir()
-        archive, bad, pattern = (self.directory / f"{name}.zip" for name in ("config", "bad", "[x]"))
+        names = ("config.zip", "bad.zip", "[x].zip")
+        archive, bad, pattern = (self.directory / name for name in names)
         bad.touch()
         shutil.copy(archive, pattern)
         good = dict(type="c", version="v4", identifier="of c", archive=str(archive))
@@ -141,8 +142,9 @@ class FleetTest(OutsideTest):
         self.addCleanup(daemon.wait)
         self.addCleanup(daemon.kill)
         options = f"-F none -o ConnectionAttempts=60 -o UserKnownHostsFile={top}/known"
-        return {"ansible_connection": "ssh", "ansible_host": "127.0.0.1", "ansible_port": port,
-                "ansible_ssh_private_key_file": f"{top}/key", "ansible_ssh_args": options}  # fmt: skip
+        host = {"connection": "ssh", "host": "127.0.0.1", "port": port, "ssh_args": options}
+        host["ssh_private_key_file"] = f"{top}/key"
+        return {f"ansible_{name}": value for name, value in host.items()}
 
     def play(self, expected, *options, others={}, playbook=None, **wanted):
         """Runs the playbook; expects (changed, failed) of each host but `others`."""
@@ -155,9 +157,11 @@ class FleetTest(OutsideTest):
         environment |= os.environ | {"ANSIBLE_HOME": f"{self.directory}/engine"}
         done = subprocess.run([ENGINE, "-i", inventory, *options, file], env=environment,
                               capture_output=True, text=True)  # fmt: skip
-        recap = re.findall(r"^(\w+) .*changed=(\d+) +unreachable=0 +failed=(\d+)", done.stdout, re.M)
+        recap = r"^(\w+) .*changed=(\d+) +unreachable=0 +failed=(\d+)"
+        recap = re.findall(recap, done.stdout, re.M)
         found = {host: (int(changed), int(failed)) for host, changed, failed in recap}
-        self.assertEqual(found, {**dict.fromkeys(self.hosts, expected), **others}, done.stdout + done.stderr)
+        expected = dict.fromkeys(self.hosts, expected) | others
+        self.assertEqual(found, expected, done.stdout + done.stderr)
         return done.stdout
 
     def installed(self):
