@@ -46,7 +46,7 @@ class ModuleTest(OutsideTest):
             runpy.run_path(str(module), run_name="__main__")
         return json.loads(output.getvalue())
 
-    def test_check_mode_foresees_and_changes_nothing(self):
+    def test_check_mode_changes_nothing(self):
         wanted = dict(type=VPN, version="v2", identifier="d1", archive=str(self.archive()))
         first = self.run_module(check=True, **wanted)
         self.assertFalse(self.root.exists())
@@ -75,7 +75,7 @@ class ModuleTest(OutsideTest):
             (good | {"identifier": "of a"}, "UpdateServiceFailed: c belongs to declaration of c"),
             (good | {"identifier": f"of {second}", "type": "d"}, "has version v1 as well"),
             (good | {"archive": str(none)}, "no such archive on the managed host"),
-            (good | {"archive": str(pattern)}, "holds a pattern"),
+            (good | {"archive": str(pattern)}, "contains pattern characters"),
             (good | {"type": "a/b"}, "is not a service type"),
             (good | {"root": "relative"}, "not an absolute path"),
             (good | {"archive": str(bad), "root": str(none)}, "UnzipFailed: "),
@@ -107,7 +107,7 @@ class FleetTest(OutsideTest):
         collection = self.directory / "ansible_collections/corvid/larkspur"
         collection.parent.mkdir(parents=True)
         collection.symlink_to(SOURCE / "bindings/ansible")
-        # The playbook is the one that the page shows.
+        # Uses the playbook of the documentation.
         page = (SOURCE / "docs/fleet.md").read_text()
         self.playbook = re.search("```yaml\n(.*?)```", page, re.S).group(1)
         self.hosts = {"one": self.ssh_host()}
@@ -116,7 +116,7 @@ class FleetTest(OutsideTest):
             host.update(root=f"{self.directory}/{name}", incoming=f"{self.directory}/in-{name}")
 
     def ssh_host(self):
-        """Starts an sshd for this user, with a key and a configuration of its own."""
+        """Starts an sshd for this user, with a new key and configuration."""
         top, separation = self.directory, Path("/run/sshd")
         command = ["ssh-keygen", "-q", "-t", "ed25519", "-N", "", "-f", top / "key"]
         subprocess.run(command, check=True)
@@ -166,7 +166,7 @@ class FleetTest(OutsideTest):
         self.assertEqual(self.installed(), [{VPN: "v1"}] * 3)
         self.play((0, 0), **first)
 
-        # The bad archive is reported by its host, which keeps its tree; the others go on.
+        # The host with the bad archive reports it and keeps its tree; the others continue.
         bad = make_zip(self.directory / "bad.zip", Entry("settings", b"off", checksum=1))
         before = snapshot(self.hosts["three"]["root"])
         self.hosts["three"]["archive"] = str(bad)
