@@ -1,5 +1,5 @@
 # SPDX-License-Identifier: Apache-2.0
-"""Brings one service of a managed root to the wanted state."""
+"""An Ansible module that installs, updates, renames or deletes one service."""
 
 DOCUMENTATION = r"""
 module: service
@@ -9,12 +9,11 @@ author: Larkspur developers
 description:
   - Works on one service below a managed root, with the Python package C(larkspur) on the managed host.
   - Changes nothing when the record of the service has the wanted version, identifier and digest. The
-    tree itself is not compared with the archive; C(python3 -m larkspur ROOT verify) looks at it.
-  - Unpacks the archive on trial before it touches anything, so a bad archive does not cost the service
-    its tree.
+    tree itself is not compared with the archive; C(python3 -m larkspur ROOT verify) checks it.
+  - Checks the archive before it changes anything, so a bad archive does not remove the service's tree.
 options:
   root:
-    description: The managed root, an absolute path. An install makes a missing one.
+    description: The managed root, an absolute path. An install creates a missing one.
     type: path
     required: true
   type:
@@ -26,12 +25,12 @@ options:
     description:
       - The zip archive, a path on the managed host. Copy it there first, with M(ansible.builtin.copy)
         for instance, and not into the root. A link is followed.
-      - The name must not hold C([), C(*), C(?) or a backslash.
+      - The name must not contain C([), C(*), C(?) or a backslash.
       - Required for C(state=present).
     type: path
   version:
     description:
-      - The version key of the declaration. Each service has versions of its own, for deletions and
+      - The version key of the declaration. It must be unique to the service, since deletions and
         renames find a service by its version.
       - Required for C(state=present). For C(state=absent), give I(version) or I(type); given both, only a
         service that has both is deleted.
@@ -43,7 +42,7 @@ options:
       - Required for C(state=present).
     type: str
   state:
-    description: Whether the service is to be there.
+    description: Whether the service should exist.
     type: str
     choices: [present, absent]
     default: present
@@ -57,8 +56,8 @@ attributes:
   check_mode:
     support: full
     description: >-
-      The archive is tried in check mode as well, so it must be on the managed host.
-      Service types that the library reserves are only refused by the install.
+      The archive is checked in check mode too, so it must be on the managed host.
+      Reserved service types are refused only by the install.
   diff_mode:
     support: full
     description: Shows the records before and after.
@@ -66,9 +65,9 @@ requirements:
   - Python 3.11 or later
   - python3-larkspur
 notes:
-  - The library announces changes on the system bus of the managed host, and refuses to work without one.
+  - The library announces changes on the system bus of the managed host, and does not work without one.
   - Tasks that work on the same root must not run at the same time.
-  - The environment variable C(LARKSPUR_LIBRARY) names another library than the loader's.
+  - The environment variable C(LARKSPUR_LIBRARY) selects another library file.
 """
 
 EXAMPLES = r"""
@@ -87,7 +86,7 @@ EXAMPLES = r"""
     version: version-42
     identifier: declaration-7
 
-- name: Delete what a version installed
+- name: Delete the service that a version installed
   corvid.larkspur.service:
     root: /var/lib/acme/services
     version: version-42
@@ -103,8 +102,8 @@ EXAMPLES = r"""
 RETURN = r"""
 service:
   description:
-    - The record of the service as it is now, in check mode as it would be; a value is null when the
-      record does not have it.
+    - The record of the service, in check mode the expected one; a value is null if the record
+      lacks it.
   returned: when I(state) is present
   type: dict
   sample:
@@ -114,7 +113,7 @@ service:
     content_type: application/zip
     sha256: 5df6e0e2761359d30a8275058e299fcc0381534545f55cf43e41983f5d4c9456
 deleted:
-  description: The types of the services that are deleted, those under an old name among them.
+  description: The types of the deleted services, also of renamed ones.
   returned: success
   type: list
   elements: str
@@ -146,7 +145,7 @@ from ansible.module_utils.basic import AnsibleModule, missing_required_lib
 
 try:
     import larkspur
-except Exception:  # Also that of an interpreter which is too old for the package.
+except Exception:  # Also a SyntaxError of an interpreter too old for the package.
     larkspur = None
     IMPORT_FAILURE = traceback.format_exc()
 
@@ -165,7 +164,7 @@ def result(root, before, after):
 
 
 def require_found(store, service, chosen):
-    """The library deletes by version, and takes the first service that has it."""
+    """Refuses if a deletion by version, which takes the first match, would delete another service."""
     if service.version is None:
         raise larkspur.BadArgument(
             f"the record of {service.type} has no version to delete it by; install it with force"
@@ -180,7 +179,7 @@ def require_found(store, service, chosen):
 def usable_archive(module, archive):
     archive = os.path.realpath(archive)
     if set(os.path.basename(archive)) & set("[*?\\"):
-        module.fail_json(msg=f"the name of the archive holds a pattern: {archive}")
+        module.fail_json(msg=f"the name of the archive contains pattern characters: {archive}")
     if not os.path.isfile(archive):
         module.fail_json(msg=f"there is no such archive on the managed host: {archive}")
     return archive
@@ -190,7 +189,7 @@ def present(module, root, type, archive, version, identifier, force):
     archive = usable_archive(module, archive)
     wanted = dict(type=type, version=version, identifier=identifier, content_type=CONTENT_TYPE,
                   sha256=module.sha256(archive))  # fmt: skip
-    # A root that is missing is not made for a bad archive.
+    # A bad archive must not create a missing root.
     at = root if os.path.isdir(root) else tempfile.mkdtemp(dir=module.tmpdir)
     with larkspur.Store(at) as store:
         store.path_of(type)
@@ -200,13 +199,13 @@ def present(module, root, type, archive, version, identifier, force):
         replaced = [service for service in services if service.type == type]
         renamed = []
         if not force:
-            # As the library would refuse it, but before services under an old name are deleted.
+            # Refuses like the library, but before renamed services are deleted.
             if replaced and replaced[0].identifier not in (None, identifier):
                 raise larkspur.UpdateServiceFailed(
                     f"{type} belongs to declaration {replaced[0].identifier}, not to {identifier}"
                 )
             renamed = [s for s in services if s.identifier == identifier and s.type != type]
-            renamed = [s for s in renamed if s.version is not None]  # The library leaves the others.
+            renamed = [s for s in renamed if s.version is not None]  # The library keeps the others.
         for service in renamed:
             require_found(store, service, records(renamed))
         store.check(archive)
