@@ -46,7 +46,7 @@ class ModuleTest(OutsideTest):
             runpy.run_path(str(module), run_name="__main__")
         return json.loads(output.getvalue())
 
-    def test_check_mode_changes_nothing(self):
+    def test_check_mode_and_repetition(self):
         wanted = dict(type=VPN, version="v2", identifier="d1", archive=str(self.archive()))
         first = self.run_module(check=True, **wanted)
         self.assertFalse(self.root.exists())
@@ -59,6 +59,9 @@ class ModuleTest(OutsideTest):
         self.assertEqual((first["deleted"], first["service"]), ([], done["service"]))
         self.assertEqual(done["deleted"], ["old"])
         self.assertEqual(renamed, done)
+        tree = (self.root / VPN).stat().st_ino
+        self.assertFalse(self.run_module(**wanted)["changed"])
+        self.assertEqual((self.root / VPN).stat().st_ino, tree)
 
     def test_refusals_change_nothing(self):
         for type, version in {"a": "v1", "b": "v1", "c": "v3"}.items():
@@ -66,7 +69,8 @@ class ModuleTest(OutsideTest):
         with larkspur.Store(self.root) as store:
             second = "b" if store.find("v1") == "a" else "a"
         (self.root / "bare").mkdir()
-        archive, bad, pattern = (self.directory / f"{name}.zip" for name in ("config", "bad", "[x]"))
+        names = ("config.zip", "bad.zip", "[x].zip")
+        archive, bad, pattern = (self.directory / name for name in names)
         bad.touch()
         shutil.copy(archive, pattern)
         good = dict(type="c", version="v4", identifier="of c", archive=str(archive))
@@ -75,7 +79,7 @@ class ModuleTest(OutsideTest):
             (good | {"identifier": "of a"}, "UpdateServiceFailed: c belongs to declaration of c"),
             (good | {"identifier": f"of {second}", "type": "d"}, "has version v1 as well"),
             (good | {"archive": str(none)}, "no such archive on the managed host"),
-            (good | {"archive": str(pattern)}, "contains pattern characters"),
+            (good | {"archive": str(pattern)}, "holds a pattern"),
             (good | {"type": "a/b"}, "is not a service type"),
             (good | {"root": "relative"}, "not an absolute path"),
             (good | {"archive": str(bad), "root": str(none)}, "UnzipFailed: "),
@@ -107,7 +111,7 @@ class FleetTest(OutsideTest):
         collection = self.directory / "ansible_collections/corvid/larkspur"
         collection.parent.mkdir(parents=True)
         collection.symlink_to(SOURCE / "bindings/ansible")
-        # Uses the playbook of the documentation.
+        # The playbook is the one that the page shows.
         page = (SOURCE / "docs/fleet.md").read_text()
         self.playbook = re.search("```yaml\n(.*?)```", page, re.S).group(1)
         self.hosts = {"one": self.ssh_host()}
@@ -116,7 +120,7 @@ class FleetTest(OutsideTest):
             host.update(root=f"{self.directory}/{name}", incoming=f"{self.directory}/in-{name}")
 
     def ssh_host(self):
-        """Starts an sshd for this user, with a new key and configuration."""
+        """Starts an sshd for this user, with a key and a configuration of its own."""
         top, separation = self.directory, Path("/run/sshd")
         command = ["ssh-keygen", "-q", "-t", "ed25519", "-N", "", "-f", top / "key"]
         subprocess.run(command, check=True)
@@ -138,8 +142,9 @@ class FleetTest(OutsideTest):
         self.addCleanup(daemon.wait)
         self.addCleanup(daemon.kill)
         options = f"-F none -o ConnectionAttempts=60 -o UserKnownHostsFile={top}/known"
-        return {"ansible_connection": "ssh", "ansible_host": "127.0.0.1", "ansible_port": port,
-                "ansible_ssh_private_key_file": f"{top}/key", "ansible_ssh_args": options}  # fmt: skip
+        host = {"connection": "ssh", "host": "127.0.0.1", "port": port, "ssh_args": options}
+        host["ssh_private_key_file"] = f"{top}/key"
+        return {f"ansible_{name}": value for name, value in host.items()}
 
     def play(self, expected, *options, others={}, playbook=None, **wanted):
         """Runs the playbook; expects (changed, failed) of each host but `others`."""
@@ -152,9 +157,11 @@ class FleetTest(OutsideTest):
         environment |= os.environ | {"ANSIBLE_HOME": f"{self.directory}/engine"}
         done = subprocess.run([ENGINE, "-i", inventory, *options, file], env=environment,
                               capture_output=True, text=True)  # fmt: skip
-        recap = re.findall(r"^(\w+) .*changed=(\d+) +unreachable=0 +failed=(\d+)", done.stdout, re.M)
+        recap = r"^(\w+) .*changed=(\d+) +unreachable=0 +failed=(\d+)"
+        recap = re.findall(recap, done.stdout, re.M)
         found = {host: (int(changed), int(failed)) for host, changed, failed in recap}
-        self.assertEqual(found, {**dict.fromkeys(self.hosts, expected), **others}, done.stdout + done.stderr)
+        expected = dict.fromkeys(self.hosts, expected) | others
+        self.assertEqual(found, expected, done.stdout + done.stderr)
         return done.stdout
 
     def installed(self):
@@ -166,7 +173,7 @@ class FleetTest(OutsideTest):
         self.assertEqual(self.installed(), [{VPN: "v1"}] * 3)
         self.play((0, 0), **first)
 
-        # The host with the bad archive reports it and keeps its tree; the others continue.
+        # The bad archive is reported by its host, which keeps its tree; the others go on.
         bad = make_zip(self.directory / "bad.zip", Entry("settings", b"off", checksum=1))
         before = snapshot(self.hosts["three"]["root"])
         self.hosts["three"]["archive"] = str(bad)
