@@ -4,7 +4,7 @@
 DOCUMENTATION = r"""
 module: service
 short_description: Install, update, rename or delete the configuration tree of a managed service
-version_added: "1.0.0"
+version_added: "1.1.0"
 author: Larkspur developers
 description:
   - Works on one service below a managed root, with the Python package C(larkspur) on the managed host.
