@@ -79,7 +79,7 @@ class ModuleTest(OutsideTest):
             (good | {"identifier": "of a"}, "UpdateServiceFailed: c belongs to declaration of c"),
             (good | {"identifier": f"of {second}", "type": "d"}, "has version v1 as well"),
             (good | {"archive": str(none)}, "no such archive on the managed host"),
-            (good | {"archive": str(pattern)}, "holds a pattern"),
+            (good | {"archive": str(pattern)}, "contains pattern characters"),
             (good | {"type": "a/b"}, "is not a service type"),
             (good | {"root": "relative"}, "not an absolute path"),
             (good | {"archive": str(bad), "root": str(none)}, "UnzipFailed: "),
@@ -111,7 +111,7 @@ class FleetTest(OutsideTest):
         collection = self.directory / "ansible_collections/corvid/larkspur"
         collection.parent.mkdir(parents=True)
         collection.symlink_to(SOURCE / "bindings/ansible")
-        # The playbook is the one that the page shows.
+        # Uses the playbook of the documentation.
         page = (SOURCE / "docs/fleet.md").read_text()
         self.playbook = re.search("```yaml\n(.*?)```", page, re.S).group(1)
         self.hosts = {"one": self.ssh_host()}
