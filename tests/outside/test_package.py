@@ -177,6 +177,7 @@ class ToolTest(OutsideTest):
         Path(archive).write_bytes(BAD)
         refused = r"UnzipFailed \(4\): Failed unzip .*\n(.*\n)*.*End-of-central-directory"
         self.expect(1, "", root, "check", archive, errors=refused)
+        self.expect(1, "", root, *install, errors=refused)
         self.expect(0, "", root, "delete", "v\x1b\n")
         self.expect(1, "", root, "delete", "v", errors=r"\Alarkspur: ServiceNotFound \(2\): .* v\n")
         self.expect(2, "", root, "install", VPN, errors="usage: ")

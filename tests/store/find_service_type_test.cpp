@@ -12,23 +12,26 @@ TEST_F(StoreTest, ReadsEveryRecord) {
 array | []
 broken | {
 empty | {"declarationVersionKey":""}
-full | {"declarationVersionKey":"3","declarationIdentifierKey":"4","contentType":"5","hashSHA256":"6"}
+full | {"declarationVersionKey":"32","declarationIdentifierKey":"4","contentType":"5","hashSHA256":"6"}
 number | {"declarationVersionKey":1}
 none | {"declarationIdentifierKey":"1"}
 one |  { "declarationVersionKey" : "1" }
 two | {"x":[],"declarationVersionKey":"1"})"))
     manage(row[0], row[1]);
   writeFile(root() / "file", "");
-  EXPECT_EQ(framework->getDeclarationVersionKeys(), (std::vector<std::string>{"", "3", "1", "1"}));
+  EXPECT_EQ(framework->getDeclarationVersionKeys(), (std::vector<std::string>{"", "32", "1", "1"}));
   std::string services;
   for (const Service& service : framework->services())
     services += service.type + " " + service.declarationVersion.value_or("-") + " " +
                 service.declarationIdentifier.value_or("-") + " " +
                 service.contentType.value_or("-") + " " + service.hashSHA256.value_or("-") + "; ";
-  EXPECT_EQ(services, "empty  - - -; full 3 4 5 6; none - 1 - -; number - - - -; one 1 - - -; two 1 - - -; ");
+  EXPECT_EQ(
+      services,
+      "empty  - - -; full 32 4 5 6; none - 1 - -; number - - - -; one 1 - - -; two 1 - - -; ");
   EXPECT_EQ(report([&] { EXPECT_EQ(framework->findServiceType("1"), "one"); }, "is 1"),
             "done | info Framework: declaration key for file://$/root/one is 1");
   EXPECT_EQ(outcome([&] { framework->findServiceType(" 1"); }), "Managed service not found for  1");
+  EXPECT_EQ(outcome([&] { framework->findServiceType("3"); }), "Managed service not found for 3");
   EXPECT_EQ(framework->servicePathURL("a b/../C").path(), root() / "a b/../C");
 }
 

@@ -53,6 +53,8 @@ def _check(arguments: argparse.Namespace) -> int:
 
 def _install(arguments: argparse.Namespace) -> int:
     with Store(arguments.root) as store:
+        # A bad archive would cost the service its tree.
+        store.check(arguments.archive)
         store.install(
             arguments.type,
             arguments.archive,

@@ -142,7 +142,8 @@ class Store:
     def __del__(self) -> None:
         # Not closed here: this may run inside a hook, where the library cannot close a store.
         if getattr(self, "_handle", None) is not None:
-            warnings.warn(f"unclosed {self!r}", ResourceWarning, source=self)
+            # Not by repr: at exit pathlib may no longer work.
+            warnings.warn(f"unclosed Store({self._root!r})", ResourceWarning, source=self)
 
     def __repr__(self) -> str:
         return f"{type(self).__name__}({str(self.root)!r})"
