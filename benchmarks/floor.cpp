@@ -89,7 +89,7 @@ void eachValue(const std::string& root, const char* key, Visit visit) {
   });
 }
 
-// The library flushes, so the floor must too.
+// The floor keeps the library's promises, so it flushes, and stages what it replaces and removes.
 void flushVolume(const std::string& path) {
   const int directory = ::open(path.c_str(), O_RDONLY | O_DIRECTORY | O_CLOEXEC);
   require(directory >= 0 && ::syncfs(directory) == 0, "syncfs");
@@ -175,18 +175,36 @@ void Floor::replaceTree(const std::string& service, const std::string& archive) 
   makeReadOnly(scratch);
 
   beginStep(Step::replacement);
-  const int directory = ::open(scratch.c_str(), O_RDONLY | O_DIRECTORY | O_CLOEXEC);
+  const std::string staged = stage(scratch);
+  const int directory = ::open(staged.c_str(), O_RDONLY | O_DIRECTORY | O_CLOEXEC);
   require(::fchmod(directory, 0755) == 0 && ::syncfs(directory) == 0, "syncfs");
   ::close(directory);
-  require(::renameat2(AT_FDCWD, scratch.c_str(), AT_FDCWD, service.c_str(), RENAME_EXCHANGE) == 0,
+  require(::renameat2(AT_FDCWD, staged.c_str(), AT_FDCWD, service.c_str(), RENAME_EXCHANGE) == 0,
           "renameat2");
-  removeTree(scratch);
+  removeTree(stagingDirectory());
+}
+
+std::string Floor::stagingDirectory() const { return root_ + "/.staging"; }
+
+// Moves a tree into a new directory that is closed to others.
+std::string Floor::stage(const std::string& tree) const {
+  const std::string staged = stagingDirectory() + "/tree";
+  require(::mkdir(stagingDirectory().c_str(), 0700) == 0, stagingDirectory());
+  require(::rename(tree.c_str(), staged.c_str()) == 0, tree);
+  return staged;
+}
+
+// Never leaves a part of the tree in its place.
+void Floor::removeWhole(const std::string& tree) const {
+  requireNoMount(tree);
+  stage(tree);
+  removeTree(stagingDirectory());
 }
 
 void Floor::replaceSavedCopy(const Delivery& delivery) const {
   const std::string directory = savedCopy(delivery.serviceType);
   ::mkdir((root_ + "/._saved").c_str(), 0755);
-  if (exists(directory)) removeTree(directory);
+  if (exists(directory)) removeWhole(directory);
   require(::mkdir(directory.c_str(), 0755) == 0, directory);
   const std::string name = delivery.archive.substr(delivery.archive.rfind('/'));
   copyFile(delivery.archive, directory + name);
@@ -197,8 +215,8 @@ void Floor::remove(const std::string& version) {
   const std::optional<std::string> serviceType = find(version);
   require(serviceType.has_value(), version);
   const std::string service = root_ + '/' + *serviceType;
-  if (exists(service)) removeTree(service);
-  if (exists(savedCopy(*serviceType))) removeTree(savedCopy(*serviceType));
+  if (exists(service)) removeWhole(service);
+  if (exists(savedCopy(*serviceType))) removeWhole(savedCopy(*serviceType));
   flushVolume(root_);
   count();
 }

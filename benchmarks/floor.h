@@ -30,6 +30,9 @@ class Floor {
   void replaceSavedCopy(const Delivery& delivery) const;
   std::size_t count() const;
   std::string savedCopy(const std::string& serviceType) const;
+  std::string stagingDirectory() const;
+  std::string stage(const std::string& tree) const;
+  void removeWhole(const std::string& tree) const;
 
   std::string root_;
 };

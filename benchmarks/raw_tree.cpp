@@ -43,6 +43,16 @@ void makeReadOnlyBelow(int directory) {
   });
 }
 
+void requireNoMountBelow(int directory) {
+  eachEntry(directory, [&](const dirent& entry) {
+    struct statx status = {};
+    require(::statx(directory, entry.d_name, AT_SYMLINK_NOFOLLOW, STATX_TYPE, &status) == 0 &&
+                (status.stx_attributes & STATX_ATTR_MOUNT_ROOT) == 0,
+            "no mount");
+    if (entry.d_type == DT_DIR) requireNoMountBelow(openDirectory(directory, entry.d_name));
+  });
+}
+
 void removeBelow(int directory) {
   eachEntry(directory, [&](const dirent& entry) {
     const bool isDirectory = entry.d_type == DT_DIR;
@@ -61,6 +71,10 @@ void require(bool succeeded, const std::string& what) {
 
 void makeReadOnly(const std::string& path) {
   makeReadOnlyBelow(openDirectory(AT_FDCWD, path.c_str()));
+}
+
+void requireNoMount(const std::string& path) {
+  requireNoMountBelow(openDirectory(AT_FDCWD, path.c_str()));
 }
 
 void removeTree(const std::string& path) {

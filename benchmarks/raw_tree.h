@@ -12,6 +12,9 @@ void require(bool succeeded, const std::string& what);
 /// Sets every directory below `path` to 0755 and every file to 0444, and refuses links.
 void makeReadOnly(const std::string& path);
 
+/// Looks at everything below `path`: nothing may be mounted there.
+void requireNoMount(const std::string& path);
+
 /// Removes the directory with all its contents, if it exists.
 void removeTree(const std::string& path);
 

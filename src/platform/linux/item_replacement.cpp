@@ -144,7 +144,8 @@ void takeOutOfPlace(const std::string& item, const std::string& root) {
   // One call removes these whole.
   if ((isDirectory ? ::rmdir(item.c_str()) : ::unlink(item.c_str())) == 0)
     return removeLeftovers(root);
-  if (!isDirectory || errno != ENOTEMPTY) fail(isDirectory ? "rmdir" : "unlink", item);
+  if (!isDirectory || (errno != ENOTEMPTY && errno != EEXIST))
+    fail(isDirectory ? "rmdir" : "unlink", item);
 
   requireErasable(item);
   std::optional<StagingDirectory> staging;

@@ -99,7 +99,8 @@ StagingDirectory::StagingDirectory(const std::string& parent) {
 }
 
 StagingDirectory::~StagingDirectory() {
-  if (!kept_) eraseOrLog(path_);
+  if (kept_ || ::rmdir(path_.c_str()) == 0) return;  // a removal leaves it empty
+  eraseOrLog(path_);
 }
 
 std::string StagingDirectory::pathOf(std::string_view name) const {

@@ -23,11 +23,21 @@ namespace {
 constexpr long kFchmodat2 = 452;
 
 // statx of an entry itself, without triggering an automount.
-struct statx look(int directory, const char* name, const std::string& path) {
+bool look(int directory, const char* name, struct statx& status) noexcept {
   constexpr int kFlags = AT_SYMLINK_NOFOLLOW | AT_NO_AUTOMOUNT | AT_EMPTY_PATH;
+  constexpr unsigned kMask = STATX_TYPE | STATX_MODE;
+  return uninterrupted([&] { return ::statx(directory, name, kFlags, kMask, &status); }) == 0;
+}
+
+struct statx look(const WalkEntry& entry) {
   struct statx status;
-  if (uninterrupted([&] { return ::statx(directory, name, kFlags, STATX_TYPE, &status); }) != 0)
-    fail("statx", path);
+  if (!look(entry.directory(), entry.name(), status)) fail("statx", entry.path());
+  return status;
+}
+
+struct statx look(int opened, const std::string& path) {
+  struct statx status;
+  if (!look(opened, "", status)) fail("statx", path);
   return status;
 }
 
@@ -40,20 +50,21 @@ bool isMountPoint(const struct statx& entry, const struct statx& top) noexcept {
 
 class ErasureCheck : public WalkVisitor {
  public:
-  ErasureCheck(int top, const std::string& path) : top_(look(top, "", path)) { check(top_, path); }
+  ErasureCheck(int top, const std::string& path) : top_(look(top, path)) {
+    if (isFixed(top_)) fail(EPERM, "unlinkat", path);
+  }
 
   void meet(const WalkEntry& entry) override {
     if (!isRoot_ && ::faccessat(entry.directory(), ".", W_OK | X_OK, AT_EACCESS) != 0)
       fail("faccessat", entry.path());
-    const struct statx status = look(entry.directory(), entry.name(), entry.path());
+    const struct statx status = look(entry);
     if (isMountPoint(status, top_)) fail(EBUSY, "unlinkat", entry.path());
-    check(status, entry.path());
+    if (isFixed(status)) fail(EPERM, "unlinkat", entry.path());
   }
 
  private:
-  static void check(const struct statx& status, const std::string& path) {
-    constexpr std::uint64_t kFixed = STATX_ATTR_IMMUTABLE | STATX_ATTR_APPEND;
-    if ((status.stx_attributes & kFixed) != 0) fail(EPERM, "unlinkat", path);
+  static bool isFixed(const struct statx& status) noexcept {
+    return (status.stx_attributes & (STATX_ATTR_IMMUTABLE | STATX_ATTR_APPEND)) != 0;
   }
 
   const bool isRoot_ = ::geteuid() == 0;
@@ -63,22 +74,27 @@ class ErasureCheck : public WalkVisitor {
 class Erasure : public WalkVisitor {
  public:
   Erasure(int top, const std::string& path, ClosedDirectories closed, bool& begun)
-      : closed_(closed), begun_(begun), top_(look(top, "", path)) {}
+      : closed_(closed), begun_(begun), top_(look(top, path)) {}
 
   void meet(const WalkEntry& entry) override {
     if (entry.type() != DT_DIR) {
       unlink(entry, 0);
-    } else if (closed_ == ClosedDirectories::open) {
+    } else if (closed_ == ClosedDirectories::open && isClosed(entry)) {
       // If this fails, opening the directory fails next.
       [[maybe_unused]] const bool done = setMode(entry.directory(), entry.name(), S_IRWXU);
     }
   }
   void enter(const WalkEntry& entry, int opened) override {
-    if (isMountPoint(look(opened, "", entry.path()), top_)) fail(EBUSY, "unlinkat", entry.path());
+    struct statx status;
+    if (!look(opened, "", status)) fail("statx", entry.path());
+    if (isMountPoint(status, top_)) fail(EBUSY, "unlinkat", entry.path());
   }
   void leave(const WalkEntry& entry) override { unlink(entry, AT_REMOVEDIR); }
 
  private:
+  static bool isClosed(const WalkEntry& entry) {
+    return (look(entry).stx_mode & S_IRWXU) != S_IRWXU;
+  }
   void unlink(const WalkEntry& entry, int flags) {
     if (::unlinkat(entry.directory(), entry.name(), flags) != 0) fail("unlinkat", entry.path());
     begun_ = true;
@@ -109,6 +125,10 @@ bool setMode(int directory, const char* name, mode_t mode) noexcept {
 
 bool makeExactDirectory(int parent, const char* name, mode_t mode) noexcept {
   if (::mkdirat(parent, name, mode) != 0) return false;
+  struct stat made;
+  constexpr mode_t kAll = 07777;
+  if (::fstatat(parent, name, &made, AT_SYMLINK_NOFOLLOW) == 0 && (made.st_mode & kAll) == mode)
+    return true;
   if (setMode(parent, name, mode)) return true;
   const int code = errno;
   ::unlinkat(parent, name, AT_REMOVEDIR);
