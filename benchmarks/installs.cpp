@@ -115,8 +115,8 @@ void byStep(const std::string& archive, int rounds) {
         }
         shares[0].push_back(1e3 * done.seconds("library").median);
         shares[1].push_back(1e3 * whole);
-        Report::current().plot("steps.dat", archive, shares[0]);
-        Report::current().plot("steps.dat", archive + " (floor)", shares[1]);
+        Report::current().steps(archive, shares[0]);
+        Report::current().steps(archive + " (floor)", shares[1]);
       });
 }
 

@@ -9,6 +9,8 @@
 #include <iomanip>
 #include <sstream>
 
+#include "steps.h"
+
 namespace larkspur::bench {
 namespace {
 
@@ -47,6 +49,19 @@ void Report::plot(const std::string& file, const std::string& label,
   plots_[file] += line.str() + '\n';
 }
 
+void Report::steps(const std::string& label, const std::vector<double>& values) {
+  plot("steps.dat", label, values);
+  if (steps_.empty()) {
+    steps_ = "\n| % of the floor |";
+    for (const char* name : kStepNames) steps_.append(" ").append(name).append(" |");
+    steps_ += " whole, ms |\n| --- | --- | --- | --- | --- | --- | --- | --- |\n";
+  }
+  std::ostringstream row;
+  row << "| " << label << std::fixed << std::setprecision(1);
+  for (const double value : values) row << " | " << value;
+  steps_ += row.str() + " |\n";
+}
+
 void Report::print(std::ostream& out) const {
   std::vector<Cells> lines = {{"measure", "at most", "median", "quartiles", ""},
                               {"---", "---", "---", "---", "---"}};
@@ -74,6 +89,7 @@ void Report::write(const std::filesystem::path& directory) const {
   std::filesystem::create_directories(directory);
   std::ofstream table(directory / "table.md");
   print(table);
+  table << steps_;
   for (const auto& [file, data] : plots_) std::ofstream(directory / file) << data;
 }
 

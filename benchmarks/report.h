@@ -25,10 +25,14 @@ class Report {
   /// A row of data for a plot: a label and its values.
   void plot(const std::string& file, const std::string& label, const std::vector<double>& values);
 
+  /// A row of the table of steps: a label, the share of each step in percent, and the milliseconds
+  /// of all. It is data for a plot too.
+  void steps(const std::string& label, const std::vector<double>& values);
+
   /// Prints the rows as a Markdown table that is readable as plain text.
   void print(std::ostream& out) const;
 
-  /// Writes `table.md` and the data of the plots into the directory.
+  /// Writes both tables as `table.md` and the data of the plots into the directory.
   void write(const std::filesystem::path& directory) const;
 
  private:
@@ -40,6 +44,7 @@ class Report {
   };
   std::vector<Row> rows_;
   std::map<std::string, std::string> plots_;
+  std::string steps_;
 };
 
 }  // namespace larkspur::bench

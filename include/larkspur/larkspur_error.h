@@ -61,11 +61,11 @@ class LARKSPUR_EXPORT LarkspurError : public std::exception {
   int code() const noexcept { return static_cast<int>(case_); }
 
  private:
-  struct Texts;
-  LarkspurError(Case which, std::shared_ptr<const Texts> texts) noexcept;
+  struct Strings;
+  LarkspurError(Case which, std::shared_ptr<const Strings> strings) noexcept;
 
   Case case_;
-  std::shared_ptr<const Texts> texts_;
+  std::shared_ptr<const Strings> strings_;
 };
 
 }  // namespace larkspur

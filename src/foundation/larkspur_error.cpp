@@ -7,13 +7,13 @@
 namespace larkspur {
 
 // Shared by all copies: copying an exception must not throw.
-struct LarkspurError::Texts {
+struct LarkspurError::Strings {
   std::string payload;
   std::string message;
 };
 
-LarkspurError::LarkspurError(Case which, std::shared_ptr<const Texts> texts) noexcept
-    : case_(which), texts_(std::move(texts)) {}
+LarkspurError::LarkspurError(Case which, std::shared_ptr<const Strings> strings) noexcept
+    : case_(which), strings_(std::move(strings)) {}
 
 LarkspurError::LarkspurError(const LarkspurError& other) noexcept = default;
 LarkspurError& LarkspurError::operator=(const LarkspurError& other) noexcept = default;
@@ -22,13 +22,13 @@ LarkspurError::~LarkspurError() = default;
 LarkspurError LarkspurError::invalidMIMEType(std::string contentType) {
   std::string message = "MIME type " + contentType + " is not supported";
   return {Case::invalidMIMEType,
-          std::make_shared<const Texts>(Texts{std::move(contentType), std::move(message)})};
+          std::make_shared<const Strings>(Strings{std::move(contentType), std::move(message)})};
 }
 
 LarkspurError LarkspurError::serviceNotFound(std::string searchedFor) {
   std::string message = "Managed service not found for " + searchedFor;
   return {Case::serviceNotFound,
-          std::make_shared<const Texts>(Texts{std::move(searchedFor), std::move(message)})};
+          std::make_shared<const Strings>(Strings{std::move(searchedFor), std::move(message)})};
 }
 
 LarkspurError LarkspurError::updateServiceFailed() { return {Case::updateServiceFailed, nullptr}; }
@@ -43,19 +43,19 @@ LarkspurError LarkspurError::unexpectedError() { return {Case::unexpectedError, 
 const std::string& LarkspurError::payload() const noexcept {
   // Never destroyed: code may still use it while the process exits.
   static const std::string& none = *new std::string;  // NOLINT(bugprone-unhandled-exception-at-new)
-  return texts_ ? texts_->payload : none;
+  return strings_ ? strings_->payload : none;
 }
 
 std::string LarkspurError::description() const {
   // Not `what()`, which ends at a zero byte in the payload.
-  return texts_ ? texts_->message : what();
+  return strings_ ? strings_->message : what();
 }
 
 const char* LarkspurError::what() const noexcept {
   switch (case_) {
     case Case::invalidMIMEType:
     case Case::serviceNotFound:
-      return texts_->message.c_str();
+      return strings_->message.c_str();
     case Case::updateServiceFailed:
       return "Failed updating service in managed service directory";
     case Case::unzipFailed:

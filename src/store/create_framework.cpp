@@ -2,7 +2,6 @@
 // Start-up: finds the notification center and the managed root, and creates a missing root.
 #include <cerrno>
 #include <cstdlib>
-#include <utility>
 
 #include <larkspur/larkspur_framework.h>
 
@@ -32,11 +31,6 @@ std::string& LarkspurFramework::larkspurPath() {
   return path;
 }
 
-const std::vector<std::string>& LarkspurFramework::supportedContentTypes() {
-  static const auto& types = *new std::vector<std::string>{"application/zip"};
-  return types;
-}
-
 LarkspurFramework::LarkspurFramework() : logger_(std::make_unique<const Logger>("Framework")) {
   const std::shared_ptr<NotificationCenter> center = currentPlatform().notificationCenter;
   if (center->open()) {
@@ -60,8 +54,6 @@ LarkspurFramework::LarkspurFramework() : logger_(std::make_unique<const Logger>(
   }
 }
 
-LarkspurFramework::~LarkspurFramework() = default;
-
 std::unique_ptr<LarkspurFramework> LarkspurFramework::createFramework(const std::string& path) {
   larkspurPath() = path;
   auto framework = std::make_unique<LarkspurFramework>();
@@ -80,41 +72,6 @@ std::unique_ptr<LarkspurFramework> LarkspurFramework::createFramework(const std:
   }
   framework->setIsDefaultPathExists(true);
   return framework;
-}
-
-const std::optional<FileURL>& LarkspurFramework::larkspurPathURL() const {
-  return larkspurPathURL_;
-}
-void LarkspurFramework::setLarkspurPathURL(std::optional<FileURL> url) {
-  larkspurPathURL_ = std::move(url);
-}
-std::optional<FileURL>& LarkspurFramework::modifyLarkspurPathURL() { return larkspurPathURL_; }
-
-bool LarkspurFramework::isDarwinNotifCenterSuccess() const { return isDarwinNotifCenterSuccess_; }
-void LarkspurFramework::setIsDarwinNotifCenterSuccess(bool success) {
-  isDarwinNotifCenterSuccess_ = success;
-}
-bool& LarkspurFramework::modifyIsDarwinNotifCenterSuccess() { return isDarwinNotifCenterSuccess_; }
-
-bool LarkspurFramework::isDefaultPathExists() const { return isDefaultPathExists_; }
-void LarkspurFramework::setIsDefaultPathExists(bool exists) { isDefaultPathExists_ = exists; }
-bool& LarkspurFramework::modifyIsDefaultPathExists() { return isDefaultPathExists_; }
-
-const FileURL& LarkspurFramework::root() const {
-  const std::optional<FileURL>& url = larkspurPathURL();
-  if (!url) stopProcess("the managed root has no URL");
-  return *url;
-}
-
-void LarkspurFramework::requireReadiness() const {
-  if (isDefaultPathExists() && isDarwinNotifCenterSuccess()) return;
-  logger_->error("Failed initializing Larkspur");
-  throw LarkspurError::internalError();
-}
-
-void LarkspurFramework::announceChange(const std::string& name) const {
-  // Null only if the client marked an object as ready that start-up had not.
-  if (darwin_) darwin_->post(name);
 }
 
 }  // namespace larkspur

@@ -1,8 +1,11 @@
 // SPDX-License-Identifier: Apache-2.0
-// Tracks nested operations, so that only the outermost one flushes the disk.
+// What installs and deletions share: the name of their event, and which of nested ones flushes.
 #pragma once
 
 namespace larkspur {
+
+/// The analytics event at the end of an install or a deletion.
+inline constexpr char kAnalyticsEventName[] = "com.corvid.Larkspur";
 
 /// Exists while an operation changes the store. An install that deletes a renamed service is one
 /// operation and flushes once.

@@ -14,9 +14,6 @@
 
 namespace larkspur {
 
-/// The name of the analytics event of an install or deletion.
-inline constexpr char kAnalyticsEventName[] = "com.corvid.Larkspur";
-
 /// Each operation logs its own failures in the category "Utilities" and throws `LarkspurError`.
 /// The allowed list is written without synchronisation; nothing else is shared.
 class Utilities {
