@@ -27,17 +27,23 @@ void* allocated(std::size_t size) {
 
 using Text = std::optional<std::string>;
 
-// A C string cannot contain a zero byte.
-bool isText(const Text& text) { return text && text->find('\0') == std::string::npos; }
+// Null for what cannot be a C string because it contains a zero byte.
+const std::string* stringIn(const Text& text) {
+  return text && text->find('\0') == std::string::npos ? &*text : nullptr;
+}
 
-std::size_t sizeOf(const Text& text) { return isText(text) ? text->size() + 1 : 0; }
+std::size_t sizeOf(const Text& text) {
+  const std::string* string = stringIn(text);
+  return string ? string->size() + 1 : 0;
+}
 
 // Copies the string to `place` and advances it.
 const char* placed(const Text& text, char*& place) {
-  if (!isText(text)) return nullptr;
+  const std::string* string = stringIn(text);
+  if (!string) return nullptr;
   const char* copy = place;
-  std::memcpy(place, text->c_str(), text->size() + 1);
-  place += text->size() + 1;
+  std::memcpy(place, string->c_str(), string->size() + 1);
+  place += string->size() + 1;
   return copy;
 }
 

@@ -22,7 +22,9 @@ void requireRoot(const char* root) {
 }
 
 void makeRoot(const fs::path& root) {
-  constexpr auto kRootMode = static_cast<fs::perms>(0755);
+  constexpr fs::perms kRootMode = fs::perms::owner_all | fs::perms::group_read |
+                                  fs::perms::group_exec | fs::perms::others_read |
+                                  fs::perms::others_exec;
   std::error_code unknown;
   if (fs::is_directory(root, unknown)) return;
   fs::path made;

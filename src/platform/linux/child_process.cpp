@@ -74,7 +74,7 @@ int attempt(Launch& launch, const char* call, long number, Arguments... argument
 
 /// Returns in the parent only, once the tool runs or could not be started.
 [[gnu::noinline]] pid_t forkAndRun(Launch& launch) {
-  const pid_t id = ::vfork();    // NOLINT(clang-analyzer-*): the child makes system calls only
+  const pid_t id = ::vfork();    // NOLINT: the child makes system calls only
   if (id == 0) runTool(launch);  // NOLINT(clang-analyzer-unix.Vfork): likewise
   return id;
 }

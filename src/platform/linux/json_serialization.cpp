@@ -43,13 +43,13 @@ class MemberCollector {
   bool on_key_part(Text part, std::size_t, Error&) { return append(part); }
   bool on_key(Text part, std::size_t, Error&) {
     append(part);
-    if (isMember()) members->emplace_back(std::exchange(text_, {}), std::nullopt);
+    if (auto* into = topLevelMembers()) into->emplace_back(std::exchange(text_, {}), std::nullopt);
     return true;
   }
   bool on_string_part(Text part, std::size_t, Error&) { return append(part); }
   bool on_string(Text part, std::size_t, Error&) {
     append(part);
-    if (isMember()) members->back().second = std::exchange(text_, {});
+    if (auto* into = topLevelMembers()) into->back().second = std::exchange(text_, {});
     return true;
   }
 
@@ -64,16 +64,17 @@ class MemberCollector {
   bool on_comment_part(Text, Error&) { return true; }
   bool on_comment(Text, Error&) { return true; }
 
-  // nullopt unless the top level is an object.
-  std::optional<std::vector<JSONObject::Member>> members;
+  using Members = std::vector<JSONObject::Member>;
+  std::optional<Members> members;  // nullopt unless the top level is an object.
   bool isContainer = false;
 
  private:
   static constexpr std::size_t kUsualMembers = 4;
 
-  bool isMember() const { return depth_ == 1 && members; }
+  // Null unless the parser is directly inside the top-level object.
+  Members* topLevelMembers() { return depth_ == 1 && members ? &*members : nullptr; }
   bool append(Text part) {
-    if (isMember()) text_.append(part.data(), part.size());
+    if (topLevelMembers()) text_.append(part.data(), part.size());
     return true;
   }
   bool enter() {
