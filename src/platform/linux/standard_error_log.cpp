@@ -47,7 +47,7 @@ class StandardErrorLog : public Log {
       line.append(entry.category).append(": ").append(entry.message);
       // Output of the tool contains line breaks, and must not send control sequences to a terminal.
       const auto isControl = [](char byte) {
-        return ('\0' <= byte && byte < ' ') || byte == '\x7f';
+        return static_cast<unsigned char>(byte) < ' ' || byte == '\x7f';
       };
       std::replace_if(line.begin(), line.end(), isControl, ' ');
       writeQuietly(line += '\n');
