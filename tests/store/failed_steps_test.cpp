@@ -1,0 +1,64 @@
+// SPDX-License-Identifier: Apache-2.0
+// A failed step ends the operation: what it leaves, whether it was announced, and its error line.
+#include "support/store_fixture.h"
+
+namespace larkspur::test {
+
+TEST_F(StoreTest, FailedStepsOfAnInstall) {
+  EXPECT_EQ(failEachStep([&] { install("v2"); }), R"(contentsOfDirectory: v1 v1 v1, Internal Error
+error Framework: Scanning directory file://$/root failed with error: 5
+makeItemReplacementDirectory: - - v1, Internal Error
+error Utilities: FileManager default url failed with error: 5
+enumerate: v1 v1 v1, Fatal: this shouldn't happen
+error Framework: Unexpected error unzipping from command line: 5
+replaceItem: - - v1, Internal Error
+error Utilities: FileManager ReplaceItem failed with errno: 5
+set: v2 - v1, announced, Internal Error
+error PersistData: Persist system state, other Error: set: Input/output error
+removeItem: v2 v2 v1, announced, Internal Error
+error Framework: FileManager removeItem file://$/root/._saved/vpn failed with error: 5
+createDirectory: v2 v2 -, announced, Internal Error
+error Framework: FileManager createDirectory file://$/root/._saved/vpn failed with error: 5
+copyItem: v2 v2 -, announced, Internal Error
+error Utilities: FileManager copyItem failed with error: copyItem: Input/output error
+enumerate: v2 v2 v2, announced, system error 5
+flush: v2 v2 v2, announced, Internal Error
+contentsOfDirectory: v2 v2 v2, announced, Internal Error
+error Framework: Scanning directory file://$/root failed with error: 5
+fileSize: v2 v2 v2, announced, system error 5
+)");
+  std::filesystem::remove_all(root());
+  EXPECT_EQ(report([&] { install("v1", true); }),
+            "Internal Error\n"
+            "error Framework: FileManager createDirectory file://$/root/vpn failed with error: 2");
+  EXPECT_EQ(scratchDirectories(), 2);
+  allowScratchDirectories(2);
+}
+
+TEST_F(StoreTest, FailedStepsOfADeletion) {
+  EXPECT_EQ(failEachStep([&] { framework->deleteService("v1"); }),
+            R"(contentsOfDirectory: v1 v1 v1, Internal Error
+error Framework: Scanning directory file://$/root failed with error: 5
+removeItem: v1 v1 v1, Internal Error
+error Framework: FileManager removeItem file://$/root/vpn failed with error: 5
+removeItem: - - v1, announced, Internal Error
+error Framework: FileManager removeItem file://$/root/._saved/vpn failed with error: 5
+flush: - - -, announced, Internal Error
+contentsOfDirectory: - - -, announced, Internal Error
+error Framework: Scanning directory file://$/root failed with error: 5
+)");
+}
+
+TEST_F(StoreTest, FailedStepsOfACheck) {
+  EXPECT_EQ(failEachStep([&] { framework->checkArchive(offer("v2").archive); }),
+            R"(makeItemReplacementDirectory: v1 v1 v1, Internal Error
+error Utilities: FileManager default url failed with error: 5
+enumerate: v1 v1 v1, Internal Error
+error Framework: Unexpected error unzipping from command line: 5
+removeItemReplacementDirectory: v1 v1 v1, Internal Error
+error Framework: FileManager removeItem file://$scratch failed with error: 5
+)");
+  allowScratchDirectories(1);
+}
+
+}  // namespace larkspur::test
