@@ -6,12 +6,11 @@
 
 namespace larkspur::test {
 
-// A record without some of its keys.
-struct IncompleteRecord : LarkspurPersistData {
+// A record whose only key is not mandatory.
+struct OtherRecord : LarkspurPersistData {
   using LarkspurPersistData::LarkspurPersistData;
   bool hasMandatoryKeys(const SystemState&) const override {
-    return LarkspurPersistData::hasMandatoryKeys(
-        {{"contentType", ""}, {"a", ""}, {"b", ""}, {"c", ""}, {"declarationVersionKey", ""}});
+    return LarkspurPersistData::hasMandatoryKeys({{"contentType", ""}, {"x", ""}});
   }
 };
 
@@ -33,9 +32,9 @@ TEST_F(RecordedTest, RecordsAreReplacedOrRefused) {
     EXPECT_EQ(persist(place, ""),
               "Internal Error\nerror PersistData: Persisting system state failed with error: "
               "Internal Error");
-  EXPECT_EQ(report([&] { IncompleteRecord(FileURL(root()), "", "", "", "").persistSystemState(); }),
+  EXPECT_EQ(report([&] { OtherRecord(FileURL(root()), "", "", "", "").persistSystemState(); }),
             "Internal Error\nerror PersistData: Missing keys for persisting system state: "
-            "[\"declarationIdentifierKey\", \"hashSHA256\"]\n"
+            "[\"declarationIdentifierKey\", \"declarationVersionKey\", \"hashSHA256\"]\n"
             "error PersistData: System state dictionary doesn't have mandatory keys");
   EXPECT_EQ(recordBytes(root()), record);
 }
@@ -44,7 +43,7 @@ TEST_F(StoreTest, RecordsThatCannotBeRead) {
   std::filesystem::create_directory_symlink(root(), directory() / "link");
   const auto readAfter = [&](const CallHook& before) {
     const ScopedPlatform scope;
-    wrap<HookedAttributes>(&Platform::extendedAttributes, before);
+    hookEverySeam(before);
     return report(
         [&] { LarkspurGetPersistedData().getSystemState(FileURL(directory() / "link")); });
   };
@@ -57,7 +56,7 @@ TEST_F(StoreTest, RecordsThatCannotBeRead) {
   const std::string failed = "Internal Error\nerror GetPersistedData: ";
   const std::string missing =
       failed + "Getting system state for $/link failed with error: Internal Error";
-  EXPECT_EQ(readAfter({}), missing);
+  EXPECT_EQ(readAfter([](auto) {}), missing);
   EXPECT_EQ(readAfter(becoming("[\"longer\"]")), missing);
   EXPECT_EQ(readAfter(becoming("[]")), failed + "JSON deserialzation internal error: ...");
   EXPECT_EQ(readAfter(failCall),

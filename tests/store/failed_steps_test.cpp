@@ -4,7 +4,7 @@
 
 namespace larkspur::test {
 
-TEST_F(StoreTest, FailedStepsOfAnInstall) {
+TEST_F(StoreTest, FailedStepEndsTheOperation) {
   EXPECT_EQ(failEachStep([&] { install("v2"); }), R"(contentsOfDirectory: v1 v1 v1, Internal Error
 error Framework: Scanning directory file://$/root failed with error: 5
 makeItemReplacementDirectory: - - v1, Internal Error
@@ -27,15 +27,16 @@ contentsOfDirectory: v2 v2 v2, announced, Internal Error
 error Framework: Scanning directory file://$/root failed with error: 5
 fileSize: v2 v2 v2, announced, system error 5
 )");
-  std::filesystem::remove_all(root());
-  EXPECT_EQ(report([&] { install("v1", true); }),
-            "Internal Error\n"
-            "error Framework: FileManager createDirectory file://$/root/vpn failed with error: 2");
   EXPECT_EQ(scratchDirectories(), 2);
-  allowScratchDirectories(2);
-}
-
-TEST_F(StoreTest, FailedStepsOfADeletion) {
+  allowScratchDirectories(3);
+  EXPECT_EQ(failEachStep([&] { framework->checkArchive(offer("v2").archive); }),
+            R"(makeItemReplacementDirectory: v1 v1 v1, Internal Error
+error Utilities: FileManager default url failed with error: 5
+enumerate: v1 v1 v1, Internal Error
+error Framework: Unexpected error unzipping from command line: 5
+removeItemReplacementDirectory: v1 v1 v1, Internal Error
+error Framework: FileManager removeItem file://$scratch failed with error: 5
+)");
   EXPECT_EQ(failEachStep([&] { framework->deleteService("v1"); }),
             R"(contentsOfDirectory: v1 v1 v1, Internal Error
 error Framework: Scanning directory file://$/root failed with error: 5
@@ -47,18 +48,13 @@ flush: - - -, announced, Internal Error
 contentsOfDirectory: - - -, announced, Internal Error
 error Framework: Scanning directory file://$/root failed with error: 5
 )");
-}
-
-TEST_F(StoreTest, FailedStepsOfACheck) {
-  EXPECT_EQ(failEachStep([&] { framework->checkArchive(offer("v2").archive); }),
-            R"(makeItemReplacementDirectory: v1 v1 v1, Internal Error
-error Utilities: FileManager default url failed with error: 5
-enumerate: v1 v1 v1, Internal Error
-error Framework: Unexpected error unzipping from command line: 5
-removeItemReplacementDirectory: v1 v1 v1, Internal Error
-error Framework: FileManager removeItem file://$scratch failed with error: 5
-)");
-  allowScratchDirectories(1);
+  std::filesystem::remove_all(root());
+  EXPECT_EQ(
+      report([&] { install("v1"); }),
+      "Internal Error\nerror Framework: Scanning directory file://$/root failed with error: 2");
+  EXPECT_EQ(report([&] { install("v1", true); }),
+            "Internal Error\n"
+            "error Framework: FileManager createDirectory file://$/root/vpn failed with error: 2");
 }
 
 }  // namespace larkspur::test

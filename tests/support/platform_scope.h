@@ -28,23 +28,12 @@ using CallHook = std::function<void(const char* call)>;
   throw std::system_error(EIO, std::generic_category(), call);
 }
 
-/// A hook in front of the real service. A test may override more, and installs it with `wrap`.
-template <typename Seam>
-struct Hooked : Seam {
-  Hooked(std::shared_ptr<Seam> target, CallHook before)
-      : real(std::move(target)), hook(std::move(before)) {}
-  Seam& at(const char* call) const {
-    if (hook) hook(call);
-    return *real;
-  }
-  const std::shared_ptr<Seam> real;
-  const CallHook hook;
-};
-
-/// Lists directories in sorted order.
-struct HookedFileManager : Hooked<FileManager> {
-  using Hooked::Hooked;
+/// Calls the hook before the real service, and lists directories in sorted order. A test may
+/// override more.
+struct HookedFileManager : FileManager {
   using Url = const FileURL&;
+  explicit HookedFileManager(CallHook before = [](const char*) {}) : hook(std::move(before)) {}
+  FileManager& at(const char* call) const { return hook(call), *real; }
   Existence existence(Url item) override { return real->existence(item); }
   FileURL homeDirectoryForCurrentUser() override { return real->homeDirectoryForCurrentUser(); }
   void createDirectory(Url item, IntermediateDirectories parents, unsigned mode) override {
@@ -71,45 +60,41 @@ struct HookedFileManager : Hooked<FileManager> {
     at("enumerate").enumerate(top, visit);
   }
   std::optional<std::int64_t> fileSize(Url item) override { return at("fileSize").fileSize(item); }
+
+  const CallHook hook;
+  const std::shared_ptr<FileManager> real = currentPlatform().fileManager;
 };
 
-struct HookedAttributes : Hooked<ExtendedAttributes> {
-  using Hooked::Hooked;
+struct HookedAttributes : ExtendedAttributes {
+  explicit HookedAttributes(CallHook before) : hook(std::move(before)) {}
   int set(const FileURL& item, const std::string& name, std::string_view value) override {
-    return at("set").set(item, name, value);
+    return hook("set"), real->set(item, name, value);
   }
   std::ptrdiff_t get(const FileURL& item, const std::string& name, char* to,
                      std::size_t size) override {
-    return at("get").get(item, name, to, size);
+    return hook("get"), real->get(item, name, to, size);
   }
-};
 
-/// Wraps one service of the current platform.
-template <typename Wrapper>
-void wrap(auto seam, CallHook before = {}) {
-  auto& current = currentPlatform().*seam;
-  current = std::make_shared<Wrapper>(current, std::move(before));
-}
+  const CallHook hook;
+  const std::shared_ptr<ExtendedAttributes> real = currentPlatform().extendedAttributes;
+};
 
 /// Puts the hook in front of every step on the disk.
 inline void hookEverySeam(const CallHook& before) {
-  wrap<HookedFileManager>(&Platform::fileManager, before);
-  wrap<HookedAttributes>(&Platform::extendedAttributes, before);
+  currentPlatform().fileManager = std::make_shared<HookedFileManager>(before);
+  currentPlatform().extendedAttributes = std::make_shared<HookedAttributes>(before);
 }
 
 /// Records what is logged, posted and sent in one list: "error Utilities: …", "post …" and "send …"
 /// with the payload.
 struct Recorder : Log, NotificationCenter, AnalyticsService {
-  bool isEnabled(LogLevel level) const noexcept override { return level <= threshold; }
+  bool isEnabled(LogLevel) const noexcept override { return true; }
   void write(const LogEntry& entry) noexcept override {
     const char* const level[] = {"error ", "info ", "debug "};
     lines.push_back(level[static_cast<int>(entry.level)] + std::string(entry.category) + ": " +
                     std::string(entry.message));
   }
-  bool open() noexcept override {
-    errno = openError;
-    return openError == 0;
-  }
+  bool open() noexcept override { return (errno = openError) == 0; }
   void post(const std::string& name) noexcept override { lines.push_back("post " + name); }
   void sendEvent(const std::string& name, AnalyticsPayload payload) noexcept override {
     lines.push_back("send " + name + text(payload));
@@ -123,16 +108,13 @@ struct Recorder : Log, NotificationCenter, AnalyticsService {
   }
 
   std::vector<std::string> lines;
-  LogLevel threshold = LogLevel::debug;
   int openError = 0;
 };
 
 /// Replaces log (all levels), notification center and analytics by a recorder.
 inline std::shared_ptr<Recorder> recordSignals() {
-  auto recorder = std::make_shared<Recorder>();
-  currentPlatform().log = recorder;
-  currentPlatform().notificationCenter = recorder;
-  currentPlatform().analyticsService = recorder;
+  const auto recorder = std::make_shared<Recorder>();
+  useLog(recorder), useNotificationCenter(recorder), useAnalyticsService(recorder);
   return recorder;
 }
 

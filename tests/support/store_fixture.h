@@ -107,7 +107,7 @@ class StoreTest : public RecordedTest {
 
   static constexpr char kType[] = "vpn";
   std::unique_ptr<OpenFramework> framework = [this] {
-    wrap<HookedFileManager>(&Platform::fileManager);
+    currentPlatform().fileManager = std::make_shared<HookedFileManager>();
     LarkspurFramework::larkspurPath() = root();
     return std::make_unique<OpenFramework>();
   }();

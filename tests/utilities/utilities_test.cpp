@@ -83,7 +83,6 @@ TEST_F(RecordedTest, CopiesAndURLs) {
 
 // Reports a scratch directory that is none, and a file of the largest size.
 struct StrangeFileManager : HookedFileManager {
-  using HookedFileManager::HookedFileManager;
   std::optional<FileURL> makeItemReplacementDirectory(Url) override { return scratch; }
   void replaceItem(Url, Url, std::string_view name) override { backup = name; }
   std::optional<std::int64_t> fileSize(Url) override { return INT64_MAX; }
@@ -92,7 +91,7 @@ struct StrangeFileManager : HookedFileManager {
 };
 
 TEST_F(RecordedTest, StrangeAnswersOfTheSystem) {
-  wrap<StrangeFileManager>(&Platform::fileManager);
+  currentPlatform().fileManager = std::make_shared<StrangeFileManager>();
   const auto failure = [&] { return report([] { Utilities().createTemporaryDirectory(); }); };
   const std::string failed = "Internal Error\nerror Utilities: ";
   EXPECT_EQ(failure(), failed + "Failed creating random temporary directory");
