@@ -36,6 +36,10 @@ TEST_F(RecordedTest, RecordsAreReplacedOrRefused) {
             "Internal Error\nerror PersistData: Missing keys for persisting system state: "
             "[\"declarationIdentifierKey\", \"declarationVersionKey\", \"hashSHA256\"]\n"
             "error PersistData: System state dictionary doesn't have mandatory keys");
+  hookEverySeam([](const char*) { throw LarkspurError::unzipFailed(); });
+  EXPECT_EQ(persist("root", ""),
+            "Internal Error\nerror PersistData: Persisting system state failed with error: "
+            "Failed unzip of managed configuration file");
   EXPECT_EQ(recordBytes(root()), record);
 }
 

@@ -8,20 +8,20 @@ constexpr char kSteps[] = "^(?!info Framework: (Scanned|Find|Del|decl))";
 
 TEST_F(StoreTest, UpdatesNeedTheSameDeclaration) {
   const auto check = [&](bool force = false) {
-    return report([&] { framework->checkUpdateScenario(kType, "i", force); }, kSteps);
+    return report([&] { framework->checkUpdateScenario("vpn", "i", force); }, kSteps);
   };
   EXPECT_EQ(check(),
             "done\ninfo Framework: Service 'vpn' is not managed, "
             "no need to check for update scenario..");
-  writeFile(root() / kType, "a service like any other");
-  manage(kType, R"({"declarationIdentifierKey":3})");
+  writeFile(root() / "vpn", "a service like any other");
+  manage("vpn", R"({"declarationIdentifierKey":3})");
   EXPECT_EQ(check(),
             "done\ninfo Framework: Declaration identifier key isn't persisted, "
             "considering this as an update scenario");
-  manage(kType, R"({"declarationIdentifierKey":"i"})");
+  manage("vpn", R"({"declarationIdentifierKey":"i"})");
   EXPECT_EQ(check(), "done");
   for (const std::string other : {"I", ""}) {
-    manage(kType, R"({"declarationIdentifierKey":")" + other + "\"}");
+    manage("vpn", R"({"declarationIdentifierKey":")" + other + "\"}");
     EXPECT_EQ(check(),
               "Failed updating service in managed service directory\nerror Framework: Received "
               "declarationIdentifierKey i doesn't match with persisted data " +
@@ -35,9 +35,9 @@ TEST_F(StoreTest, RenamedServicesAreDeletedByVersion) {
   manage("a", R"({"declarationIdentifierKey":"j","declarationVersionKey":"1"})");
   manage("b", R"({"declarationIdentifierKey":"i","declarationVersionKey":"1"})");
   manage("c", R"({"declarationIdentifierKey":"i"})");
-  manage(kType, R"({"declarationIdentifierKey":"j"})");
+  manage("vpn", R"({"declarationIdentifierKey":"j"})");
   const Tree before = snapshot(root());
-  const auto check = [&] { framework->checkUpdateScenario(kType, "i", false); };
+  const auto check = [&] { framework->checkUpdateScenario("vpn", "i", false); };
   {
     const ScopedPlatform scope;
     hookEverySeam([](const char* step) {

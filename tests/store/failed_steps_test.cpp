@@ -48,13 +48,11 @@ flush: - - -, announced, Internal Error
 contentsOfDirectory: - - -, announced, Internal Error
 error Framework: Scanning directory file://$/root failed with error: 5
 )");
-  std::filesystem::remove_all(root());
-  EXPECT_EQ(
-      report([&] { install("v1"); }),
-      "Internal Error\nerror Framework: Scanning directory file://$/root failed with error: 2");
-  EXPECT_EQ(report([&] { install("v1", true); }),
+  Installation offered = offer("v1");
+  offered.serviceType = "a/b";
+  EXPECT_EQ(report([&] { framework->installArchive(offered); }),
             "Internal Error\n"
-            "error Framework: FileManager createDirectory file://$/root/vpn failed with error: 2");
+            "error Framework: FileManager createDirectory file://$/root/a/b failed with error: 2");
 }
 
 }  // namespace larkspur::test

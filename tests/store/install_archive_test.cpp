@@ -16,7 +16,10 @@ TEST_F(StoreTest, InstallUpdateAndDelete) {
                   {"._saved/vpn", "d755"},
                   {"._saved/vpn/config.zip", "f444 " + zipBytes({{"settings", "v1"}})}}));
   manage("web", R"({"declarationVersionKey":"v2"})");
-  EXPECT_EQ(report([&] { install("v2", true), framework->deleteService("v2"); }, kEverything),
+  Installation forced = offer("v2");
+  forced.force = true;
+  EXPECT_EQ(report([&] { framework->installArchive(forced), framework->deleteService("v2"); },
+                   kEverything),
             R"(done
 info Framework: Force updating serviceType: vpn
 info Framework: Service 'vpn' already exists at 'file://$/root/vpn', updating service..
@@ -52,7 +55,7 @@ send com.corvid.Larkspur enabled=false numberOfManagedServices=1 serviceType=Oth
 }
 
 TEST_F(StoreTest, RefusedBeforeAnythingIsTouched) {
-  Installation offered = offer("v1", true);
+  Installation offered = offer("v1");
   offered.serviceType = "com.corvid.x";
   offered.contentType = "application/zip; a=b";
   const auto install = [&] { framework->installArchive(offered); };
@@ -83,19 +86,19 @@ TEST_F(StoreTest, RefusedBeforeAnythingIsTouched) {
 
 TEST_F(StoreTest, ChecksReportWhatInstallsReport) {
   EXPECT_EQ(report([&] { framework->checkArchive(offer("v2").archive); }), "done");
-  Installation refused = offer("v2", true);
+  Installation refused = offer("v2");
   refused.archive = FileURL(directory() / "refused.zip");
   const auto checked = [&] { framework->checkArchive(refused.archive); };
   const auto installed = [&] { framework->installArchive(refused); };
   for (const std::string& bytes : {std::string("bad"), zipBytes({{"a", "b", S_IFLNK | 0777}})}) {
-    install("v1", true);
+    install("v1");
     writeFile(refused.archive.path(), bytes);
     const std::string refusal = report(checked);
     EXPECT_EQ(state(), "v1 v1 v1");
     EXPECT_EQ(report(installed), refusal);
     EXPECT_EQ(state(), "- - v1");
   }
-  install("v1", true);
+  install("v1");
   hookEverySeam([](const std::string& step) {
     if (step.starts_with("removeItem")) failCall(step.c_str());
   });
@@ -117,7 +120,6 @@ TEST_F(StoreTest, DeletesPlainFilesToo) {
   EXPECT_EQ(report([&] { framework->removeServiceDirectory("vpn"); }),
             "Internal Error\nerror Framework: Service 'vpn' does not exist at 'file://$/root/vpn', "
             "cannot delete service. errno: 2");
-  EXPECT_EQ(report([&] { framework->deleteSavedDirectory("vpn"); }, kEverything), "done");
 }
 
 }  // namespace larkspur::test

@@ -94,7 +94,7 @@ struct Recorder : Log, NotificationCenter, AnalyticsService {
     lines.push_back(level[static_cast<int>(entry.level)] + std::string(entry.category) + ": " +
                     std::string(entry.message));
   }
-  bool open() noexcept override { return (errno = openError) == 0; }
+  bool open() noexcept override { return (errno = openError) == 0 && NotificationCenter::open(); }
   void post(const std::string& name) noexcept override { lines.push_back("post " + name); }
   void sendEvent(const std::string& name, AnalyticsPayload payload) noexcept override {
     lines.push_back("send " + name + text(payload));

@@ -50,23 +50,17 @@ class RecordedTest : public LarkspurTest {
 
 /// Makes the protected steps public.
 struct OpenFramework : LarkspurFramework {
-  using LarkspurFramework::checkUpdateScenario, LarkspurFramework::deleteSavedDirectory,
-      LarkspurFramework::removeServiceDirectory;
+  using LarkspurFramework::checkUpdateScenario, LarkspurFramework::removeServiceDirectory;
 };
 
 class StoreTest : public RecordedTest {
  protected:
   /// An archive whose only file contains `version`, of the declaration "identifier".
-  Installation offer(const std::string& version, bool force = false) {
-    const std::string archive = zipBytes({{"settings", version}});
-    return {kType,   writeFile(directory() / "config.zip", archive),
-            version, "identifier",
-            "hash",  "application/zip",
-            force};
+  Installation offer(const std::string& version) {
+    return {"vpn", writeFile(directory() / "config.zip", zipBytes({{"settings", version}})),
+            version, "identifier", "hash"};
   }
-  void install(const std::string& version, bool force = false) {
-    framework->installArchive(offer(version, force));
-  }
+  void install(const std::string& version) { framework->installArchive(offer(version)); }
   /// Puts exactly this record on the item, a new directory if there is none.
   void manage(const std::string& type, const std::string& record) {
     std::error_code exists;
@@ -78,7 +72,7 @@ class StoreTest : public RecordedTest {
     Tree items = snapshot(root());
     std::string versions;
     for (const std::string& text :
-         {items["vpn/settings"], recordBytes(root() / kType), items["._saved/vpn/config.zip"]}) {
+         {items["vpn/settings"], recordBytes(root() / "vpn"), items["._saved/vpn/config.zip"]}) {
       std::smatch found;
       versions += std::regex_search(text, found, std::regex("v[12]")) ? " " + found.str() : " -";
     }
@@ -89,7 +83,7 @@ class StoreTest : public RecordedTest {
   std::string failEachStep(const std::function<void()>& operation) {
     std::string story;
     for (int failing = 1;; ++failing) {
-      install("v1", true);
+      install("v1");
       const ScopedPlatform scope;
       std::string failed;
       int steps = 0;
@@ -105,7 +99,6 @@ class StoreTest : public RecordedTest {
     }
   }
 
-  static constexpr char kType[] = "vpn";
   std::unique_ptr<OpenFramework> framework = [this] {
     currentPlatform().fileManager = std::make_shared<HookedFileManager>();
     LarkspurFramework::larkspurPath() = root();

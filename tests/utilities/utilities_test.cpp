@@ -6,35 +6,30 @@
 
 namespace larkspur::test {
 
-// Prints what it is told to; told nothing but "none", it cannot be started.
-struct FakeTool : TaskLauncher {
-  struct Run : Task {
-    explicit Run(FakeTool& from) : tool(from) {}
-    std::string readStandardOutputToEnd() override { return tool.calls += " out", tool.output; }
-    std::string readStandardErrorToEnd() override { return tool.calls += " error", tool.errors; }
-    FakeTool& tool;
-  };
+// Prints what it is told to; told to print "none", it cannot be started.
+struct FakeTool : TaskLauncher, Task {
+  std::string readStandardOutputToEnd() override { return calls += " out", output; }
+  std::string readStandardErrorToEnd() override { return calls += " error", errors; }
   std::unique_ptr<Task> launch(const FileURL& tool, const std::vector<std::string>& arguments,
                                const FileURL& writable) override {
     calls = tool.path() + " " + logText(arguments) + " " + writable.path();
     if (output == "none") failCall("launch");
-    return std::make_unique<Run>(*this);
+    return std::make_unique<FakeTool>();
   }
-  std::string calls, output, errors;
+  static inline std::string calls, output, errors;
 };
 
 TEST_F(RecordedTest, ErrorOutputOfTheToolDecides) {
-  const auto tool = std::make_shared<FakeTool>();
-  currentPlatform().taskLauncher = tool;
+  currentPlatform().taskLauncher = std::make_shared<FakeTool>();
   const auto unpack = [&](const char* output, const char* errors) {
-    tool->output = output, tool->errors = errors;
+    FakeTool::output = output, FakeTool::errors = errors;
     return report([&] { Utilities().unpackArchive(FileURL("/-a b.zip"), FileURL(root())); },
                   "line");
   };
   const std::string line = " Utilities: unzip configuration file ", top = root();
   const std::string failed = "Failed unzip of managed configuration file\nerror";
   EXPECT_EQ(unpack("a\377", ""), "done\ndebug" + line + "cmdline output: a�");
-  EXPECT_EQ(tool->calls,
+  EXPECT_EQ(FakeTool::calls,
             R"(/usr/bin/unzip ["-o", "/-a b.zip", "-d", ")" + top + "\"] " + top + " out error");
   EXPECT_EQ(unpack("", "\377\376c"), failed + line + "from cmdline failed with error: ��c");
   EXPECT_EQ(unpack("", " "), failed + line + "from cmdline failed with error:");
