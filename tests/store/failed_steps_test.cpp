@@ -21,11 +21,11 @@ createDirectory: v2 v2 -, announced, Internal Error
 error Framework: FileManager createDirectory file://$/root/._saved/vpn failed with error: 5
 copyItem: v2 v2 -, announced, Internal Error
 error Utilities: FileManager copyItem failed with error: copyItem: Input/output error
-enumerate: v2 v2 v2, announced, system error 5
+enumerate: v2 v2 v2, announced, enumerate: Input/output error
 flush: v2 v2 v2, announced, Internal Error
 contentsOfDirectory: v2 v2 v2, announced, Internal Error
 error Framework: Scanning directory file://$/root failed with error: 5
-fileSize: v2 v2 v2, announced, system error 5
+fileSize: v2 v2 v2, announced, fileSize: Input/output error
 )");
   EXPECT_EQ(scratchDirectories(), 2);
   allowScratchDirectories(3);

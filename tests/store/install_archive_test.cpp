@@ -66,13 +66,9 @@ TEST_F(StoreTest, RefusedBeforeAnythingIsTouched) {
     framework->modifyIsDefaultPathExists() = rootExists;
     framework->setIsDarwinNotifCenterSuccess(!rootExists);
     for (const auto& operation : std::vector<std::function<void()>>{
-             install,
-             [&] { framework->checkArchive(offered.archive); },
-             [&] { framework->deleteService("v1"); },
-             [&] { framework->findServiceType("v1"); },
-             [&] { framework->getDeclarationVersionKeys(); },
-             [&] { framework->services(); },
-         })
+             install, [&] { framework->checkArchive(offered.archive); },
+             [&] { framework->deleteService("v1"); }, [&] { framework->findServiceType("v1"); },
+             [&] { framework->getDeclarationVersionKeys(); }, [&] { framework->services(); }})
       EXPECT_EQ(report(operation, kEverything),
                 "Internal Error\nerror Framework: Failed initializing Larkspur");
   }

@@ -19,18 +19,16 @@ class RecordedTest : public LarkspurTest {
   /// Errors, posts and events, without what every scan logs about "._saved".
   static constexpr char kSignals[] = R"(^(post|send|error (?!GetP.*\._saved )))";
 
-  /// How a call ended ("done", the error's message, or the number of a system error), and on the
-  /// next lines what was recorded and matches. The test's directory becomes "$", a scratch
+  /// How a call ended ("done" or the error's message), and on the next lines what was recorded and
+  /// matches. The test's directory becomes "$", a scratch
   /// directory "$scratch", the text of the JSON library "...".
   std::string report(const std::function<void()>& call, const char* pattern = kSignals) {
     recorder->lines.clear();
     std::string text = "done";
     try {
       call();
-    } catch (const LarkspurError& error) {
-      text = error.description();
-    } catch (const std::system_error& error) {
-      text = "system error " + std::to_string(error.code().value());
+    } catch (const std::exception& error) {
+      text = error.what();
     }
     for (const std::string& line : recorder->lines)
       if (std::regex_search(line, std::regex(pattern))) text += "\n" + line;
