@@ -37,15 +37,12 @@ TEST_F(StoreTest, RenamedServicesAreDeletedByVersion) {
   manage("c", R"({"declarationIdentifierKey":"i"})");
   manage("vpn", R"({"declarationIdentifierKey":"j"})");
   const auto check = [&] { framework->checkUpdateScenario("vpn", "i", false); };
-  {
-    const ScopedPlatform scope;
-    hookEverySeam([](const char* step) {
-      if (step == std::string("removeItem")) failCall(step);
-    });
-    EXPECT_EQ(report(check, kSteps), R"(Internal Error
+  hookEverySeam([failed = false](const std::string& step) mutable {
+    if (step == "removeItem" && !std::exchange(failed, true)) failCall(step.c_str());
+  });
+  EXPECT_EQ(report(check, kSteps), R"(Internal Error
 info Framework: serviceType b is renamed to vpn... deleting old configuration at file://$/root/b
 error Framework: FileManager removeItem file://$/root/a failed with error: 5)");
-  }
   EXPECT_EQ(report(check, kSteps), R"(Failed updating service in managed service directory
 info Framework: serviceType b is renamed to vpn... deleting old configuration at file://$/root/b
 post kLarkspurChanged_a
