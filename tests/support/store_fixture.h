@@ -3,6 +3,9 @@
 #pragma once
 
 #include <larkspur/larkspur.h>
+#include <sys/xattr.h>
+
+#include <regex>
 
 #include "support/archives.h"
 #include "support/platform_scope.h"
@@ -10,59 +13,95 @@
 
 namespace larkspur::test {
 
-/// Splits a table: one row per line, cells separated by " | ", the last of `columns` taking the
-/// rest of the line.
-std::vector<std::vector<std::string>> table(std::size_t columns, const std::string& text);
-
-/// Whether the whole text matches the pattern; a failure shows the text.
-::testing::AssertionResult matches(const std::string& text, const std::string& pattern);
-
-/// The outcome of a call: "done", the error's message, or the number of a system error.
-std::string outcome(const std::function<void()>& call);
-
 class RecordedTest : public LarkspurTest {
  protected:
   static constexpr char kEverything[] = "";
   /// Errors, posts and events, without what every scan logs about "._saved".
   static constexpr char kSignals[] = R"(^(post|send|error (?!GetP.*\._saved )))";
 
-  /// The outcome of a call and the recorded lines that match, each after " | ". Line breaks become
-  /// " | " too, the test's directory "$", a scratch directory "$scratch".
-  std::string report(const std::function<void()>& call, const char* pattern = kSignals);
+  /// How a call ended ("done" or the error's message), and on the next lines what was recorded and
+  /// matches. The test's directory becomes "$", a scratch
+  /// directory "$scratch", the text of the JSON library "...".
+  std::string report(const std::function<void()>& call, const char* pattern = kSignals) {
+    recorder->lines.clear();
+    std::string text = "done";
+    try {
+      call();
+    } catch (const std::exception& error) {
+      text = error.what();
+    }
+    for (const std::string& line : recorder->lines)
+      if (std::regex_search(line, std::regex(pattern))) text += "\n" + line;
+    const std::string path = directory();
+    for (const auto& [from, to] : std::vector<std::pair<std::string, const char*>>{
+             {path + "/tmp/larkspur-\\w{6}", "$$scratch"},
+             {path, "$$"},
+             {"internal error: .+", "internal error: ..."},
+             {" *\n+", "\n"},
+             {"[ \n]+$", ""}})
+      text = std::regex_replace(text, std::regex(from), to);
+    return text;
+  }
 
-  std::shared_ptr<Recorder> recorder = recordSignals();
+  const std::shared_ptr<Recorder> recorder = recordSignals();
 };
 
 /// Makes the protected steps public.
 struct OpenFramework : LarkspurFramework {
-  using LarkspurFramework::addOrUpdateService, LarkspurFramework::checkUpdateScenario,
-      LarkspurFramework::deleteSavedDirectory, LarkspurFramework::removeServiceDirectory,
-      LarkspurFramework::saveServiceCopy;
+  using LarkspurFramework::checkUpdateScenario, LarkspurFramework::removeServiceDirectory;
 };
 
 class StoreTest : public RecordedTest {
  protected:
-  StoreTest();
-
-  /// Installs an archive for the declaration "identifier"; by default one whose only file contains
-  /// `version`.
-  void install(const std::string& version, bool force = false, const std::string& type = kType,
-               const std::string& contentType = "application/zip",
-               std::optional<FileURL> offered = {});
-  FileURL archive(const std::string& content) {
-    return writeFile(directory() / "config.zip", zipBytes({{"settings", content}}));
+  /// An archive whose only file contains `version`, of the declaration "identifier".
+  Installation offer(const std::string& version) {
+    return {"vpn", writeFile(directory() / "config.zip", zipBytes({{"settings", version}})),
+            version, "identifier", "hash"};
   }
-  /// Creates a directory under the root with exactly this record.
-  void manage(const std::string& type, const std::string& record);
-  /// The versions of tree, record and saved copy of the service: "v1 v2 -". "-" means missing, "?"
-  /// another version.
-  std::string state();
-  /// For each row of "call, which time, number, new scratch directories, state, report" runs the
-  /// operation on a service with "v1" installed, and makes that call fail.
-  void expectFailures(const std::string& rows, const std::function<void()>& operation);
+  void install(const std::string& version) { framework->installArchive(offer(version)); }
+  /// Puts exactly this record on the item, a new directory if there is none.
+  void manage(const std::string& type, const std::string& record) {
+    std::error_code exists;
+    std::filesystem::create_directory(root() / type, exists);
+    ::setxattr((root() / type).c_str(), "user.Larkspur", record.data(), record.size(), 0);
+  }
+  /// The versions of tree, record and saved copy, "-" for a missing one: "v1 v2 -".
+  std::string state() const {
+    Tree items = snapshot(root());
+    std::string versions;
+    for (const std::string& text :
+         {items["vpn/settings"], recordBytes(root() / "vpn"), items["._saved/vpn/config.zip"]}) {
+      std::smatch found;
+      versions += std::regex_search(text, found, std::regex("v[12]")) ? " " + found.str() : " -";
+    }
+    return versions.substr(1);
+  }
+  /// Repeats the operation on an installed "v1" and fails each step on the disk in turn: which
+  /// step, the state it leaves, whether the change was announced, and the errors.
+  std::string failEachStep(const std::function<void()>& operation) {
+    std::string story;
+    for (int failing = 1;; ++failing) {
+      install("v1");
+      const ScopedPlatform scope;
+      std::string failed;
+      int steps = 0;
+      hookEverySeam([&](const char* step) {
+        if (step == std::string("get") || ++steps != failing) return;
+        failed = step;
+        failCall(step);
+      });
+      const std::string outcome = report(operation, "^error (?!GetP)");
+      if (failed.empty()) return story;
+      const bool posted = std::ranges::count(recorder->lines, "post kLarkspurChanged_vpn") == 1;
+      story += failed + ": " + state() + (posted ? ", announced, " : ", ") + outcome + "\n";
+    }
+  }
 
-  static constexpr char kType[] = "com.example.vpn";
-  std::unique_ptr<OpenFramework> framework;
+  std::unique_ptr<OpenFramework> framework = [this] {
+    currentPlatform().fileManager = std::make_shared<HookedFileManager>();
+    LarkspurFramework::larkspurPath() = root();
+    return std::make_unique<OpenFramework>();
+  }();
 };
 
 }  // namespace larkspur::test
