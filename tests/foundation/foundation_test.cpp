@@ -11,8 +11,6 @@
 
 namespace larkspur::test {
 
-using namespace std::chrono_literals;
-
 TEST(FileURLTest, Components) {
   const char* const rows[][4] = {
       {"/r", "a b", "/r/a b", "a b"}, {"/r/", "//a/..", "/r/a/..", ".."}, {"//", "", "//", "/"}};
@@ -40,20 +38,15 @@ TEST(FileURLTest, Strings) {
   }
 }
 
-TEST(UTF8Test, AcceptsEveryCharacterAndNothingElse) {
-  std::u32string all;
-  for (char32_t character = 0; character <= 0x10FFFF; ++character)
-    if (character < 0xD800 || character > 0xDFFF) all += character;
-  const std::string text = std::filesystem::path(all).native();
-  EXPECT_TRUE(isUTF8(text) && repairedUTF8(text) == text);
+TEST(UTF8Test, AcceptsCharactersAndNothingElse) {
   // 128 characters have one byte, 1920 two and 61440 three.
   int accepted = 0;
   for (int bytes = 0; bytes < 1 << 24; ++bytes)
     accepted += isUTF8({reinterpret_cast<const char*>(&bytes), 3});
   EXPECT_EQ(accepted, 128 * 128 * 128 + 2 * 128 * 1920 + 61440);
-  EXPECT_EQ(repairedUTF8("\xC1\x81|\xED\xA0\x80|\xF0\x8F\x80\x80|\xF4\x90\x80\x80|\xF5"
-                         "|\xF1\x80\x80\xE1\x80\xC2|\xE2\x82"),
-            "��|���|����|����|�|���|�");
+  EXPECT_EQ(repairedUTF8("\U00010000\U00040000\U0010FFFF|\xC1\x81|\xF0\x8F\x80\x80"
+                         "|\xF4\x90\x80\x80|\xF5|\xF1\x80\x80\xE1\x80\xC2|\xE2\x82"),
+            "\U00010000\U00040000\U0010FFFF|��|����|����|�|���|�");
 }
 
 TEST(LarkspurErrorTest, PayloadsAreWhole) {
@@ -70,10 +63,10 @@ TEST(SynchronousTest, OneSignalReleasesEveryWaiterForGood) {
   const auto wait = [](const Synchronous& on) { on.wait(); };
   const auto one = std::async(std::launch::async, wait, event),
              two = std::async(std::launch::async, wait, moved);  // NOLINT: a copy
-  EXPECT_EQ(one.wait_for(50ms), std::future_status::timeout);
+  EXPECT_EQ(one.wait_for(std::chrono::milliseconds(50)), std::future_status::timeout);
   event.signal();
   for (const auto* waiter : {&one, &two})
-    EXPECT_EQ(waiter->wait_for(5s), std::future_status::ready);
+    EXPECT_EQ(waiter->wait_for(std::chrono::seconds(5)), std::future_status::ready);
   event.signal();
   event.wait();
 }

@@ -6,7 +6,6 @@
 #include <sys/xattr.h>
 
 #include <fstream>
-#include <regex>
 #include <sstream>
 #include <thread>
 
@@ -14,16 +13,16 @@ namespace larkspur::test {
 
 namespace fs = std::filesystem;
 
-// Open descriptors, children and settings of the process.
+static auto entries(const fs::path& directory) {
+  return std::distance(fs::directory_iterator(directory), {});
+}
+
+// Open descriptors and children of the process.
 static std::string traces() {
-  static const std::regex kSettings("(Umask|SigBlk|SigIgn|SigCgt):.*");
-  std::string text = fs::current_path().native() + ", children: ", line;
+  std::string text = std::to_string(entries("/proc/self/fd")) + " descriptors, children: ", ids;
   for (const auto& task : fs::directory_iterator("/proc/self/task"))
-    if (std::getline(std::ifstream(task.path() / "children"), line)) text += line;
-  for (std::ifstream status("/proc/self/status"); std::getline(status, line);)
-    if (std::regex_match(line, kSettings)) text += ", " + line;
-  const auto descriptors = std::distance(fs::directory_iterator("/proc/self/fd"), {});
-  return text + ", descriptors: " + std::to_string(descriptors);
+    if (std::getline(std::ifstream(task.path() / "children"), ids)) text += ids;
+  return text;
 }
 
 std::string recordBytes(const fs::path& directory) {
@@ -64,10 +63,7 @@ LarkspurTest::~LarkspurTest() {
 }
 
 int LarkspurTest::scratchDirectories() const {
-  std::ptrdiff_t count = 0;
-  for (const char* place : {"home", "tmp"})
-    count += std::distance(fs::directory_iterator(directory_ / place), {});
-  return static_cast<int>(count);
+  return static_cast<int>(entries(directory_ / "home") + entries(directory_ / "tmp"));
 }
 
 void LarkspurTest::startCounting() { before_ = traces(); }

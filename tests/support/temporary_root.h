@@ -5,10 +5,7 @@
 
 #include <gtest/gtest.h>
 
-#include <filesystem>
-#include <functional>
 #include <map>
-#include <string>
 
 #include "platform/platform.h"
 
@@ -28,8 +25,7 @@ std::string recordBytes(const std::filesystem::path& directory);
 inline bool canMount() { return std::system("unshare -m mount -t tmpfs none /tmp 2>&-") == 0; }
 
 /// Each test has a directory with a root, HOME and TMPDIR, and the platform is restored after it. A
-/// test fails if it leaves a descriptor, child process or scratch directory, or changes umask,
-/// working directory or signal handling.
+/// test fails if it leaves a descriptor, child process or scratch directory.
 class LarkspurTest : public ::testing::Test {
  protected:
   LarkspurTest();
