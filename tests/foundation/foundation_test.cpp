@@ -52,9 +52,9 @@ TEST(UTF8Test, AcceptsCharactersAndNothingElse) {
 TEST(LarkspurErrorTest, PayloadsAreWhole) {
   const std::string zero("a\0b", 3);
   const LarkspurError error = LarkspurError::serviceNotFound(zero);
+  EXPECT_STREQ(LarkspurError::domain(), "Larkspur.LarkspurError");
   EXPECT_EQ(error.payload(), zero);
   EXPECT_EQ(error.description(), "Managed service not found for " + zero);
-  EXPECT_STREQ(LarkspurError::domain(), "Larkspur.LarkspurError");
 }
 
 TEST(SynchronousTest, OneSignalReleasesEveryWaiterForGood) {

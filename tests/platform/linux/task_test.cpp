@@ -7,7 +7,6 @@
 #include <sys/prctl.h>
 #include <sys/syscall.h>
 
-#include <regex>
 #include <thread>
 
 #include "platform/linux/system_platform.h"
@@ -23,8 +22,7 @@ struct TaskTest : LarkspurTest {
   static Output run(const std::string& tool, const std::vector<std::string>& arguments,
                     const FileURL& writable = FileURL("/")) {
     const auto task = linuxos::makeTaskLauncher()->launch(FileURL(tool), arguments, writable);
-    std::string output = task->readStandardOutputToEnd();
-    return {std::move(output), task->readStandardErrorToEnd()};
+    return {task->readStandardOutputToEnd(), task->readStandardErrorToEnd()};
   }
   static Output shell(const std::string& script) { return run("/bin/bash", {"-c", script}); }
   const long landlock = ::syscall(SYS_landlock_create_ruleset, nullptr, std::size_t{0},
@@ -32,9 +30,8 @@ struct TaskTest : LarkspurTest {
 };
 
 TEST_F(TaskTest, ReadsAllOutputAndWaitsOnlyForTheChild) {
-  const std::string much(5'000'000, '\0');
-  EXPECT_TRUE(shell("head -c 5000000 /dev/zero >&2; head -c 5000000 /dev/zero") ==
-              Output(much, much));
+  const std::string much(5 << 20, '\0');
+  EXPECT_TRUE(shell("head -c 5M /dev/zero >&2; head -c 5M /dev/zero") == Output(much, much));
   EXPECT_EQ(shell("exec 2>&-; sleep 0.1; echo late"), Output("late\n", ""));
   EXPECT_EQ(shell("exec >&-; sleep 0.1; echo late >&2"), Output("", "late\n"));
   const auto start = std::chrono::steady_clock::now();
@@ -84,7 +81,7 @@ TEST_F(TaskTest, ChildWritesOnlyBelowItsDirectory) {
   const char* const script = R"(cd $1/scratch
 while read -r since attempt; do
   [ $0 -lt $since ] || ! (eval "$attempt") || echo "$attempt"
-done << 'end'
+done << 'end' 2>&1 | grep -vE 'denied|not permitted|cross-device'
 1 echo >../beside
 1 echo >>../service/file
 1 rm ../service/file
@@ -101,11 +98,9 @@ done << 'end'
 end
 head -c1 ../service/file >/dev/null && mkdir -p a/b && echo x >a/b/f && ln a/b/f a/b/g &&
   : >a/b/g && mv a/b/g a/b/h && ln -s h a/b/l && mkfifo p && rm -r * && echo allowed)";
-  const auto [output, errors] = run("/bin/bash", {"-c", script, std::to_string(landlock), root()},
-                                    FileURL(root() / "scratch"));
-  EXPECT_EQ(output, "allowed\n");
-  const std::regex refusals("(.*(denied|not permitted|cross-device).*\n)+");
-  EXPECT_TRUE(std::regex_match(errors, refusals)) << errors;
+  EXPECT_EQ(run("/bin/bash", {"-c", script, std::to_string(landlock), root()},
+                FileURL(root() / "scratch")),
+            Output("allowed\n", ""));
   EXPECT_EQ(snapshot(root()), before);
 }
 
