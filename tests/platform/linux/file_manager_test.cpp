@@ -106,7 +106,7 @@ TEST_F(FileManagerTest, TreesThatCannotBeRemovedStayWhole) {
     for (const std::string obstacle :
          {"mount --bind ../home t/d/in", "mount --bind /proc/version t/d/in/f", "mount --bind t t",
           "chattr +i t/d/in/f", "chattr +a t/d"}) {
-      sh("mkdir -p t/d/in && touch t/d/in/f t/d/1 t/d/2 t/d/3 && " + obstacle);
+      sh("mkdir -p t/d/in && touch t/d/in/f t/1 t/2 t/3 t/4 t/5 && " + obstacle);
       const Tree before = snapshot(root());
       EXPECT_EQ(failureOf([&] { remove("t"); }), obstacle[0] == 'm' ? EBUSY : EPERM) << obstacle;
       EXPECT_EQ(snapshot(root()), before) << obstacle;
