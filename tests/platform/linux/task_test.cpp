@@ -46,7 +46,7 @@ TEST_F(TaskTest, FailedLaunchSetsErrnoAndChangesNothing) {
   EXPECT_EQ(failureOf([] { run("/no/such/tool", {}); }), ENOENT);
   EXPECT_EQ(failureOf([] { run("/bin/true\0x"s, {}); }), EINVAL);
   EXPECT_EQ(failureOf([] { run("/bin/true", {"cut\0short"s}); }), EINVAL);
-  sh("sleep 0.5; grep -q 'SigBlk:.0*10000$' /proc/$PPID/status");  // only SIGCHLD, while `system` waits
+  sh("sleep 0.5; grep -q 'SigBlk:.0*10000$' /proc/$PPID/status");  // SIGCHLD, by `system`
 }
 
 TEST_F(TaskTest, HostSettingsDoNotReachTheChild) {
