@@ -1,60 +1,62 @@
 // SPDX-License-Identifier: Apache-2.0
-// Replaced services, and the log on standard error.
+// JSON as it is read where parsers differ, and the log on standard error.
 #include "platform/platform.h"
 
-#include <fcntl.h>
 #include <gtest/gtest.h>
-#include <unistd.h>
 
+#include "foundation/logger.h"
+#include "platform/json_serialization.h"
 #include "support/platform_scope.h"
 
 namespace larkspur::test {
 
-struct NoDefaults : UserDefaults {
-  std::optional<std::string> stringForKey(const std::string&) override { return {}; }
-};
+using namespace std::string_literals;
 
-TEST(PlatformTest, NullPointerRestoresTheSystemsService) {
-  const ScopedPlatform scope;
-  const auto services = [] {
-    const Platform& now = currentPlatform();
-    return std::tuple(now.log, now.notificationCenter, now.analyticsService, now.userDefaults);
-  };
-  const auto own = services();
-  const auto mine = recordSignals();
-  const auto defaults = std::make_shared<NoDefaults>();
-  useLog(mine), useNotificationCenter(mine), useAnalyticsService(mine), useUserDefaults(defaults);
-  EXPECT_EQ(services(), std::tuple(mine, mine, mine, defaults));
-  useLog({}), useNotificationCenter({}), useAnalyticsService({}), useUserDefaults({});
-  EXPECT_EQ(services(), own);
+TEST(JSONSerializationTest, ReadsValidTextOnly) {
+  const std::string open(JSONSerialization::kMaximalDepth - 1, '['), close(open.size(), ']');
+  const std::pair<std::string, std::optional<std::string>> kObjects[] = {
+      {R"( {"x":["k",{"k":"inner"}],"k":"a\/b\ud83d\udc26","y":{"k":3}} )", "a/b\U0001f426"},
+      {R"({"\u0000":"","k":3,"\u006b":"a\u0000b"})", "a\0b"s},
+      {R"({"k":"first","k":null,"n":[123456789012345678901234567890,1e400]})", std::nullopt},
+      {R"({"n":)" + open + close + R"(,"k":""})", ""}};
+  for (const auto& [text, value] : kObjects)
+    EXPECT_EQ(JSONSerialization::object(text)->stringForKey("k"), value) << text;
+  EXPECT_FALSE(JSONSerialization::object(R"( [{"k":"v"}] )"));
+  for (const auto& text : {""s, "3"s, "{}x"s, "{}\0"s, "\xEF\xBB\xBF{}"s, "[1,]"s, "[\"\xFF\"]"s,
+                           "[[" + open + close + "]]"})
+    EXPECT_THROW(JSONSerialization::object(text), JSONError) << text;
 }
 
-TEST(PlatformTest, StandardErrorGetsOneLinePerEntry) {
-  const auto log = standardErrorLog(LogLevel::info);
-  EXPECT_TRUE(log->isEnabled(LogLevel::info));
-  EXPECT_FALSE(log->isEnabled(LogLevel::debug));
-  const auto write = [&](LogLevel level, std::string_view message) {
-    errno = 4711;
-    log->write({level, "LarkspurFramework", "Utilities", message});
-    EXPECT_EQ(errno, 4711);
-  };
+// A value that must not be formatted while its level is disabled.
+struct Costly : std::exception {
+  const char* what() const noexcept override { return ++looked, "100%s"; }
+  static inline int looked = 0;
+};
+
+TEST(PlatformTest, LogOnStandardError) {
+  const auto own = currentPlatform().log;
+  useLog(standardErrorLog(LogLevel::info));
+  const Logger logger("Utilities");
   int ends[2];
-  ASSERT_EQ(::pipe2(ends, O_CLOEXEC), 0);
+  ASSERT_EQ(::pipe(ends), 0);
   const int before = ::dup(STDERR_FILENO);
   ::dup2(ends[1], STDERR_FILENO);
   ::close(ends[1]);
-  write(LogLevel::error, "é\x1b[2J\nx");
-  write(LogLevel::info, "y");
-  write(LogLevel::debug, "z");
-  std::string text(1000, '\0');
-  text.resize(static_cast<std::size_t>(::read(ends[0], text.data(), text.size())));
+  errno = 4711;
+  logger.error("é\x1b[2J\n\x7fx");
+  logger.info("%@, %d: %s", Costly(), -1, std::vector<std::string>{"a", "b"});
+  logger.debug("%@", Costly());
+  char text[1000] = {};
+  EXPECT_GT(::read(ends[0], text, sizeof text), 0);
   ::close(ends[0]);
-  write(LogLevel::error, "Nobody reads, and no signal ends the process.");
-  ::close(STDERR_FILENO);
-  write(LogLevel::error, "There is no standard error.");
+  logger.error("Nobody reads, and no signal ends the process.");
+  EXPECT_EQ(errno, 4711);
   ::dup2(before, STDERR_FILENO);
   ::close(before);
-  EXPECT_EQ(text, "error Utilities: é [2J x\ninfo Utilities: y\ndebug Utilities: z\n");
+  EXPECT_STREQ(text, "error Utilities: é [2J  x\ninfo Utilities: 100%s, -1: [\"a\", \"b\"]\n");
+  EXPECT_EQ(Costly::looked, 1);
+  useLog(nullptr);
+  EXPECT_EQ(currentPlatform().log, own);
 }
 
 }  // namespace larkspur::test

@@ -5,9 +5,7 @@
 
 #include <gtest/gtest.h>
 
-#include <filesystem>
 #include <map>
-#include <string>
 
 #include "platform/platform.h"
 
@@ -24,11 +22,10 @@ Tree snapshot(const std::filesystem::path& top);
 std::string recordBytes(const std::filesystem::path& directory);
 
 /// Whether tests may mount volumes; needs root and mount namespaces.
-bool canMount();
+inline bool canMount() { return std::system("unshare -m mount -t tmpfs none /tmp 2>&-") == 0; }
 
 /// Each test has a directory with a root, HOME and TMPDIR, and the platform is restored after it. A
-/// test fails if it leaves a descriptor, child process or scratch directory, or changes umask,
-/// working directory or signal handling.
+/// test fails if it leaves a descriptor, child process or scratch directory.
 class LarkspurTest : public ::testing::Test {
  protected:
   LarkspurTest();
@@ -44,13 +41,23 @@ class LarkspurTest : public ::testing::Test {
   int allowedScratchDirectories() const { return allowedScratchDirectories_; }
   int scratchDirectories() const;
 
+  /// Runs a shell command in the root, with a usual umask.
+  void sh(const std::string& command) const;
+  /// The number that the call leaves, in its error and in `errno`; 0 without an error.
+  static int failureOf(const std::function<void()>& call);
+  /// Runs `body` in a child, where it may change limits, user, signals and mounts.
+  static void inChild(const std::function<void()>& body);
+  /// The same, with a volume at "m" in the root that only the child sees. Skips the test where
+  /// tests cannot mount.
+  void withVolume(const std::function<void()>& body) const;
+
   const std::filesystem::path& directory() const { return directory_; }
   std::filesystem::path root() const { return directory_ / "root"; }
 
  private:
   std::filesystem::path directory_;
   Platform platform_ = currentPlatform();
-  std::map<std::string, std::string> before_;
+  std::string before_;
   int allowedScratchDirectories_ = 0;
 };
 
