@@ -1,6 +1,7 @@
 # SPDX-License-Identifier: Apache-2.0
-"""The Python package and its tool, on the built library."""
+# The C interface, the Python package on it and its tool, on the built library.
 
+import ctypes
 import gc
 import hashlib
 import json
@@ -8,100 +9,153 @@ import os
 import pty
 import subprocess
 import sys
-import threading
 import tomllib
 import unittest.mock
 from concurrent.futures import ThreadPoolExecutor
 from pathlib import Path
 
 import larkspur
-from larkspur import LogLevel, Service, Store
-from support import CHANGED, VPN, Listener, OutsideTest, link, main, record, snapshot
-
-BAD = b"not an archive"
+from larkspur import LogLevel, Service, Store, _library
+from support import BAD, CHANGED, VPN, Listener, OutsideTest, link, main, record, snapshot
 
 
 class PackageTest(OutsideTest):
     def test_life_of_a_service(self):
         listener = Listener()
         self.addCleanup(listener.close)
-        archive = self.archive()
+        archive, path = self.archive(), self.root / VPN
         digest = hashlib.sha256(archive.read_bytes()).hexdigest()
         with Store(self.root) as store:
             store.check(archive)
             self.assertEqual(store.services(), [])
             store.install(VPN, archive, version="v1", identifier="d1")
             store.install(VPN, bytes(archive), version="v2", identifier="d1", sha256="écrit")
-            path = self.root / VPN
-            self.assertEqual(store.path_of(VPN), path)
-            self.assertEqual(store.find("v2"), VPN)
+            self.assertEqual((store.path_of(VPN), store.find("v2")), (path, VPN))
             expected = Service(VPN, "v2", "d1", "application/zip", "écrit", path)
             self.assertEqual(store.services(), [expected])
             store.install(VPN, archive, version="v3", identifier="d3", force=True)
             self.assertEqual(store.services()[0].sha256, digest)
             tree = {"settings": "f444 on", "d": "d755", "d/deep": "f444 !"}
             self.assertEqual(snapshot(path), tree)
-            os.setxattr(path, "user.Larkspur", b'{"declarationVersionKey":3}')
-            self.assertEqual(store.services(), [Service(VPN, None, None, None, None, path)])
-            os.setxattr(path, "user.Larkspur", b'{"declarationVersionKey":"v4"}')
+            text = b'{"declarationVersionKey":"v4","hashSHA256":3,"contentType":"a\\u0000b"}'
+            os.setxattr(path, "user.Larkspur", text)
+            self.assertEqual(store.services(), [Service(VPN, "v4", None, None, None, path)])
             store.delete("v4")
             self.assertEqual(snapshot(self.root), {"._saved": "d755"})
         self.assertEqual(listener.received(4), [CHANGED + VPN] * 4)
 
-    def test_each_failure_has_its_class(self):
+    def expect(self, failure, action, *arguments):
+        with self.subTest(failure), self.assertRaises(larkspur.Error) as caught:
+            action(*arguments)
+        error = caught.exception
+        self.assertRegex(f"{type(error).__name__}: {error.message}", failure)
+        self.assertEqual(error.errno is not None, failure.startswith("SystemFailure"))
+        return error
+
+    def test_failures(self):
         self.install()
-        before, archive = snapshot(self.root), self.archive()
+        before, archive, store = snapshot(self.root), self.archive(), Store(self.root)
         (bad := self.directory / "bad.zip").write_bytes(BAD)
-        store, closed = Store(self.root), Store(self.root)
-        self.addCleanup(store.close)
-        closed.close()
-        closed.close()
+        os.truncate(huge := os.memfd_create("huge"), 1 << 62)
+        link_zip = self.archive(link("l", "/")).rename(self.directory / "link.zip")
 
-        def install(type=VPN, archive=archive, **changes):
+        def install(failure, type=VPN, archive=self.archive(), **changes):
             keys = {"version": "v2", "identifier": "d1", "sha256": "s"} | changes
-            return lambda: store.install(type, archive, **keys)
+            self.expect(failure, lambda: store.install(type, archive, **keys))
 
-        for kind, action in (
-            (larkspur.InvalidMIMEType, install(content_type="text/plain")),
-            (larkspur.ServiceNotFound, lambda: store.find("v9")),
-            (larkspur.UpdateServiceFailed, install(identifier="d2")),
-            (larkspur.UnzipFailed, lambda: store.check(bad)),
-            (larkspur.ReservedServiceType, install("com.corvid.x")),
-            (larkspur.SymbolicLinksNotAllowed, lambda: store.check(self.archive(link("l", "/")))),
-            (larkspur.BadArgument, install("a/b")),
-            (larkspur.BadArgument, lambda: store.path_of("..")),
-            (larkspur.BadArgument, lambda: store.find("v1\0")),
-            (larkspur.BadArgument, lambda: store.find("\ud800")),
-            (larkspur.BadArgument, lambda: store.check("a\0")),
-            (larkspur.BadArgument, lambda: Store("")),
-            (larkspur.BadArgument, lambda: Store(b"\xff")),
-            (larkspur.BadArgument, lambda: closed.services()),
-            (larkspur.BadArgument, lambda: larkspur.use_hooks()),
-            (larkspur.SystemFailure, lambda: Store(bad / "below")),
-            (larkspur.SystemFailure, lambda: Store(self.root / "none", create=False)),
-            (larkspur.SystemFailure, install(archive="/none", sha256=None)),
+        install("InvalidMIMEType: ", content_type="text/plain")
+        install("UpdateServiceFailed: ", identifier="d2")
+        install("ReservedServiceType: ", "com.corvid.x")
+        install("BadArgument: archive is too large", archive=f"/proc/self/fd/{huge}")
+        install("SystemFailure: ", archive="/none", sha256=None)
+        for name, what in (
+            ("a/b", "contains a slash"), ("", "is empty"), ("a" * 256, "is longer than 255 bytes"),
+            *((name, "is a reserved name") for name in (".", "..", "._saved", ".larkspur-abcdef")),
+        ):  # fmt: skip
+            install(f"BadArgument: service_type {what}", name)
+        surrogate = "\udced\udca0\udc80"
+        install("BadArgument: service_type is not UTF-8", surrogate)
+        for name in "version", "identifier", "sha256", "content_type":
+            install(f"BadArgument: {name} is not UTF-8", **{name: surrogate})
+        for failure, action, *arguments in (
+            ("ServiceNotFound: Managed service not found for v9$", store.find, "v9"),
+            ("SymbolicLinksNotAllowed: ", store.check, link_zip),
+            ("BadArgument: version is not UTF-8", store.delete, surrogate),
+            ("BadArgument: ", store.path_of, ".."),
+            ("BadArgument: ", store.find, "v1\0"),
+            ("BadArgument: ", store.find, "\ud800"),
+            ("BadArgument: ", Store, ""),
+            ("BadArgument: root is not UTF-8", Store, b"/\xff"),
+            ("SystemFailure: .*cannot create directory", Store, bad / "below"),
+            ("SystemFailure: ", lambda: Store(self.root / "none", create=False)),
         ):
-            with self.subTest(kind), self.assertRaises(kind) as caught:
-                action()
-            error = caught.exception
-            self.assertTrue(error.message)
-            cause = "End-of-central-directory signature not found"
-            self.assertEqual(cause in error.detail, kind is larkspur.UnzipFailed)
-            self.assertEqual(error.errno is not None, kind is larkspur.SystemFailure)
+            self.expect(failure, action, *arguments)
+        error = self.expect("UnzipFailed: ", store.check, bad)
+        self.assertIn("End-of-central-directory signature not found", error.detail)
         self.assertEqual(snapshot(self.root), before)
-        with self.assertRaises(larkspur.InternalError) as caught:
-            os.rename(self.root, self.directory / "away")
-            store.services()
-        self.assertIn("Scanning directory", caught.exception.detail)
+        os.rename(self.root, self.directory / "away")
+        self.assertIn("Scanning directory", self.expect("InternalError: ", store.services).detail)
+        store.close()
+        store.close()
+
+    def test_c_arguments(self):
+        opened, name, found = ctypes.c_void_p(), ctypes.c_char_p(b""), _library.ServiceList()
+        store, type, reference = ctypes.byref(opened), ctypes.byref(name), ctypes.byref
+        hooks, options = _library.HooksStruct, _library.OptionsStruct
+        hooks_size, options_size = ctypes.sizeof(hooks), ctypes.sizeof(options)
+
+        def refused(message, function, *arguments):
+            self.expect(f"BadArgument: {message}$", _library.call, f"larkspur_{function}", *arguments)
+
+        refused("root is NULL", "open", None, store)
+        refused("root is not an absolute path", "open", b"a/b", store)
+        self.assertIsNone(opened.value)
+        refused("store is NULL", "open", b"/", None)
+        refused("hooks is NULL", "use_hooks", None)
+        refused(r"size is .*", "use_hooks", reference(hooks(size=hooks_size - 1)))
+        refused("log_level .*", "use_hooks", reference(hooks(size=hooks_size, log_level=3)))
+        _library.call("larkspur_open", bytes(self.root), store)
+        refused("store is NULL", "delete", None, b"v")
+        refused("archive is NULL", "check_archive", opened, None)
+        refused("archive is empty", "check_archive", opened, b"")
+        refused("service_type is NULL", "find", opened, b"v", None)
+        refused("version is NULL", "find", opened, None, type)
+        refused("services is NULL", "services", opened, None)
+        refused("store is NULL", "services", None, reference(found))
+        self.assertEqual((name.value, bool(found)), (None, False))
+        refused("options is NULL", "install", opened, None)
+        refused("size is .*", "install", opened, reference(options(size=options_size - 1)))
+        good = options(options_size + 100, b"a", bytes(self.archive()), b"v", b"d", b"s")
+        _library.call("larkspur_install", opened, reference(good))
+        for closing in opened, None:
+            _library.library().larkspur_close(closing)
+
+    def test_detail(self):
+        lines = []
+        larkspur.use_hooks(log=lambda _, __, text: lines.append(text))
+        with Store(self.root) as store:
+            for shift in "", "x":  # It is not cut inside a character.
+                path = f"/{'é' * 120}" * 5 + shift
+                error = self.expect("UnzipFailed: ", store.check, path)
+                self.assertGreaterEqual(len(error.detail.encode()), 1022)
+            for number in range(10, 30):
+                (self.root / str(number)).mkdir()
+            kept = self.expect("ServiceNotFound: ", store.find, "v").detail.splitlines()
+        self.assertEqual(kept, lines[-len(kept) :])
+        self.assertGreater(len(kept), 5)
 
     def test_names_are_bytes(self):
         os.rename(self.archive(), odd := self.directory / os.fsdecode(b"\xe9.zip"))
         os.chdir(self.directory)
-        with Store("rü".encode()) as store:
-            self.assertEqual(store.root, root := self.directory / "rü")
+        mask = os.umask(0o077)
+        with Store("rü/a".encode()) as store:
+            os.umask(mask)
+            self.assertEqual(store.root, root := self.directory / "rü/a")
             store.install(VPN, odd, version="ü", identifier="d")
             self.assertEqual(store.find("ü"), VPN)
         self.assertEqual(os.listdir(root / "._saved" / VPN), [odd.name])
+        found = snapshot(self.directory)
+        self.assertEqual((found["rü"], found["rü/a"]), ("d755", "d755"))
 
     def test_hooks(self):
         calls = []
@@ -111,13 +165,12 @@ class PackageTest(OutsideTest):
             event=lambda *event: calls.append(event),
             log_level=LogLevel.INFO,
         )
-        self.addCleanup(larkspur.use_hooks)
         gc.collect()
         self.install()
-        self.assertIn(CHANGED + VPN, calls)
         size = (len(self.archive().read_bytes()) + 5) // 10 * 10
-        self.assertIn(("Other", True, size, 1), calls)
-        self.assertIn((LogLevel.INFO, "PersistData", "Serializing"), calls)
+        for call in (CHANGED + VPN, ("Other", True, size, 1),
+                     (LogLevel.INFO, "PersistData", "Serializing")):  # fmt: skip
+            self.assertIn(call, calls)
         raised = []
         larkspur.use_hooks(change=lambda name: 1 // 0)
         with unittest.mock.patch("sys.unraisablehook", lambda what: raised.append(what.exc_type)):
@@ -125,27 +178,16 @@ class PackageTest(OutsideTest):
         self.assertEqual(raised, [ZeroDivisionError])
         self.assertEqual(record(self.root / VPN)["declarationVersionKey"], "v2")
 
-    def test_other_threads_run_during_a_call(self):
+    def test_store_that_is_closed_during_a_call(self):
         os.mkfifo(fifo := self.directory / "fifo.zip")
-        with Store(self.root) as store, ThreadPoolExecutor() as pool:
+        store = Store(self.root)
+        with ThreadPoolExecutor() as pool:
             checked = pool.submit(store.check, fifo)
             with open(fifo, "wb"):  # Waits until the tool has opened it.
-                pass
+                store.close()
+                self.expect("BadArgument: the store is closed", store.services)
+                self.expect("BadArgument: hooks cannot change", larkspur.use_hooks)
             self.assertIsInstance(checked.exception(), larkspur.UnzipFailed)
-
-    def test_store_that_is_closed_during_a_call(self):
-        changed, closed = threading.Event(), threading.Event()
-        larkspur.use_hooks(change=lambda name: (changed.set(), closed.wait()))
-        self.addCleanup(larkspur.use_hooks)
-        store, keys = Store(self.root), {"version": "v1", "identifier": "d1"}
-        with ThreadPoolExecutor() as pool:
-            installed = pool.submit(store.install, VPN, self.archive(), **keys)
-            changed.wait()
-            store.close()
-            self.assertRaises(larkspur.BadArgument, store.services)
-            closed.set()
-            self.assertIsNone(installed.result())
-        self.assertEqual(record(self.root / VPN)["declarationVersionKey"], "v1")
 
     def test_version(self):
         project = Path(larkspur.__file__).parents[1] / "pyproject.toml"
@@ -187,9 +229,7 @@ class ToolTest(OutsideTest):
         terminal, other = pty.openpty()
         command = [sys.executable, "-m", "larkspur", self.root, "list"]
         subprocess.run(command, stdout=other, check=True)
-        os.close(other)
         lines = os.read(terminal, 4096).decode().splitlines()
-        os.close(terminal)
         self.assertEqual(lines, ["TYPE  VERSION    IDENTIFIER  CONTENT TYPE     SHA256",
                                  "a     version-1  d1          application/zip  s"])  # fmt: skip
 

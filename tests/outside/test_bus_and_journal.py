@@ -1,0 +1,275 @@
+# SPDX-License-Identifier: Apache-2.0
+# Announced changes, log lines and events, with daemons that restart, freeze and go away.
+
+import ctypes
+import json
+import multiprocessing
+import os
+import signal
+import socket
+import subprocess
+import sys
+import threading
+import time
+import unittest
+from concurrent.futures import ThreadPoolExecutor
+from pathlib import Path
+
+import larkspur
+from larkspur import LogLevel
+from support import CHANGED, VPN, Entry, Listener, OutsideTest, background, bus, main, make_zip
+
+ROOT, NOBODY = 0, 65534
+QUEUED = "Notification kLarkspurChanged_{} waits for the bus to answer"
+FAILED = "Failed posting notification kLarkspurChanged_{}, errno: {}"
+
+
+def descriptors():
+    return len(os.listdir("/proc/self/fd"))
+
+
+class BusTest(OutsideTest):
+    def setUp(self):
+        super().setUp()
+        self.lines = []
+        larkspur.use_hooks(log=lambda _, kind, text: kind == "Platform" and self.lines.append(text))
+        self.store = larkspur.Store(self.root)
+        for cleanup in larkspur.use_hooks, self.store.close, bus().restart:
+            self.addCleanup(cleanup)
+        self.restart()
+
+    # Breaks every connection to the bus.
+    def restart(self, policy=""):
+        bus().restart(policy)
+        self.listener = Listener()
+        self.addCleanup(self.listener.close)
+
+    def freeze(self, signal=signal.SIGSTOP):
+        bus().daemon.send_signal(signal)
+
+    # Deletes a service of each type, which announces it; returns how long it took.
+    def post(self, *types):
+        begin = time.monotonic()
+        for type in types:
+            (tree := self.root / type).mkdir()
+            text = json.dumps({"declarationVersionKey": ascii(type)})
+            os.setxattr(tree, "user.Larkspur", text.encode())
+            self.store.delete(ascii(type))
+        return time.monotonic() - begin
+
+    # Each of these arrives once; on a busy machine, one may wait for the next post.
+    def expect(self, *types):
+        while any(line.endswith("waits for the bus to answer") for line in self.lines):
+            self.lines.clear()
+            self.post("again")
+            types += ("again",)
+        names = self.listener.received(len(types), 20)
+        self.assertCountEqual(names, [CHANGED + type for type in types])
+
+    def in_fork(self, body, *arguments):
+        fork = multiprocessing.get_context("fork")
+        child = fork.Process(target=body, args=arguments, daemon=True)
+        child.start()
+        child.join(30)
+        self.assertEqual(child.exitcode, 0)
+
+    def test_restarted_and_stopped(self):
+        used = set()
+        for type in "first", "second", "third":
+            self.post(type)
+            self.expect(type)
+            self.freeze()
+            self.assertLess(self.post("late"), 0.8)
+            self.freeze(signal.SIGCONT)
+            self.expect("late")
+            used.add(descriptors())
+            self.listener.close()
+            self.restart()
+        self.assertEqual((self.lines, len(used)), ([], 1))
+        self.post("\udcff")
+        bus().stop()
+        self.assertLess(self.post("lost"), 0.8)
+        self.assertEqual(self.lines, [FAILED.format("\udcff", 22), FAILED.format("lost", 111)])
+        with self.assertRaises(larkspur.NotReady) as caught:
+            larkspur.Store(self.root)
+        line = "Failed getting darwin notification center. errno: 111"
+        self.assertEqual(caught.exception.detail, line)
+
+    def test_frozen_bus_delays_one_post(self):
+        self.freeze()
+        # Signals do not end the wait.
+        handler = signal.signal(signal.SIGALRM, lambda *_: None)
+        self.addCleanup(signal.signal, signal.SIGALRM, handler)
+        self.addCleanup(signal.setitimer, signal.ITIMER_REAL, 0)
+        signal.setitimer(signal.ITIMER_REAL, 0.1, 0.1)
+        times = [self.post(type) for type in "abc"]
+        self.assertAlmostEqual(times[0], 1.4, delta=0.5)
+        self.assertLess(max(times[1:]), 0.8)
+        self.assertEqual(self.lines, [QUEUED.format(type) for type in "abc"])
+        self.freeze(signal.SIGCONT)
+        self.post("d")
+        self.expect(*"abcd")
+        # A lost post does not delay or lose the next one.
+        self.restart()
+        self.freeze()
+        self.post("lost")
+        self.restart()
+        self.post("next")
+        self.expect("next")
+
+    def test_broken_connection_is_tried_once_more(self):
+        name = f"larkspur-silent-{os.getpid()}"
+        silent = f"unix:abstract={name}"
+        for following in bus().address, silent:
+            with socket.socket(socket.AF_UNIX) as listening:
+                listening.bind("\0" + name)
+                listening.listen()
+                os.environ["DBUS_SYSTEM_BUS_ADDRESS"] = silent
+                larkspur.Store(self.root).close()  # Connects, now that the bus has restarted.
+                os.environ["DBUS_SYSTEM_BUS_ADDRESS"] = following
+                threading.Timer(0.2, listening.close).start()
+                self.post("name")
+            os.environ["DBUS_SYSTEM_BUS_ADDRESS"] = bus().address
+            if following != silent:
+                self.expect("name")
+                self.restart()
+        self.assertEqual(self.lines, [FAILED.format("name", 111)])
+
+    def test_threads_and_forked_processes(self):
+        def child():
+            before = descriptors()
+            self.post("child")
+            self.assertEqual(descriptors(), before)
+
+        types = [str(number) for number in range(100)]
+        with ThreadPoolExecutor(4) as pool:
+            list(pool.map(self.post, types))
+        self.in_fork(child)
+        self.post("parent")
+        self.expect("child", "parent", *types)
+        self.assertEqual(self.lines, [])
+        # A child forked while another thread waits for the bus.
+        self.restart()
+        self.freeze()
+        waiting = threading.Thread(target=self.post, args=["waiting"])
+        waiting.start()
+        time.sleep(0.2)
+        self.in_fork(self.post, "forked")
+        waiting.join()
+
+    def test_reused_descriptor_is_not_touched(self):
+        def host():
+            self.post("first")
+            os.closerange(3, 100)
+            stranger = os.memfd_create("stranger")
+            for number in range(stranger, 40):
+                os.dup2(stranger, number)
+            self.post("second")
+            sizes = [os.fstat(number).st_size for number in range(stranger, 40)]
+            os.closerange(stranger + 1, 100)
+            self.post("third")
+            self.assertEqual({*sizes, os.fstat(stranger).st_size}, {0})
+
+        self.in_fork(host)
+        self.expect("first", "second", "third")
+
+    @unittest.skipIf(os.geteuid(), "only root can send as another user")
+    def test_example_policy(self):
+        def post_as(user, type):
+            os.setresuid(user, user, user)
+            self.post(type)
+
+        self.directory.chmod(0o755)
+        os.chown(self.root, NOBODY, NOBODY)
+        place = "packaging/examples/dbus-1/com.corvid.Larkspur1.conf"
+        example = (Path(__file__).parents[2] / place).read_text().replace('"root"', '"nobody"')
+        policy = example[example.index("<policy") : example.rindex("</busconfig>")]
+        # Without the policy the forgery works.
+        for added, arriving in (policy, ["genuine"]), ("", ["forged", "genuine"]):
+            self.restart(added)
+            self.in_fork(post_as, ROOT, "forged")
+            self.in_fork(post_as, NOBODY, "genuine")
+            self.expect(*arriving)
+
+
+class JournalTest(OutsideTest):
+    def setUp(self):
+        super().setUp()
+        # Covers each place where a journal has sockets or files.
+        mount = "mount --make-rprivate /; mount -t tmpfs none /run; mount -t tmpfs none /var/log"
+        command = f"set -e; {mount}; mkdir -p /run/systemd/journal /run/log/journal"
+        is_private = ctypes.CDLL(None).unshare(0x20000) == 0  # CLONE_NEWNS
+        if not is_private or subprocess.run(command, shell=True).returncode:
+            self.skipTest("a private journal needs root and mount namespaces")
+        self.journal = background("/lib/systemd/systemd-journald")
+        for cleanup in larkspur.use_hooks, self.journal.wait, self.journal.kill:
+            self.addCleanup(cleanup)
+        while not os.path.exists("/run/systemd/journal/io.systemd.journal"):
+            self.assertIsNone(self.journal.poll())
+            time.sleep(0.02)
+        names = [Entry(f"{number:0200}", b"x", checksum=1) for number in range(1200)]
+        self.long = make_zip(self.directory / "long.zip", *names)
+
+    # What reached the journal in its own protocol.
+    def entries(self):
+        command = "journalctl --sync; journalctl -D /run/log/journal -qo json -a _TRANSPORT=journal"
+        output = subprocess.run(command, shell=True, check=True, stdout=subprocess.PIPE).stdout
+        return [json.loads(line) for line in output.splitlines()]
+
+    def check_long(self):
+        with larkspur.Store(self.root) as store:
+            self.assertRaises(larkspur.UnzipFailed, store.check, self.long)
+
+    def test_entries(self):
+        for level, action in (LogLevel.INFO, self.install), (LogLevel.DEBUG, self.check_long):
+            larkspur.use_hooks(change=lambda _: None, log_level=level)
+            action()
+        entries = {entry["MESSAGE"].partition(":")[0]: entry for entry in self.entries()}
+        self.assertNotIn("Found files to change permission", entries)  # debug, of the install
+        long = entries["unzip configuration file from cmdline failed with error"]
+        self.assertEqual(long["MESSAGE"].count("bad CRC 8cdc1683  (should be 00000001)\n"), 1200)
+        expected = {"LARKSPUR_EVENT": "com.corvid.Larkspur", "LARKSPUR_SERVICE_TYPE": "Other",
+                    "LARKSPUR_ENABLED": "1", "LARKSPUR_SIZE": "210",
+                    "LARKSPUR_NUMBER_OF_MANAGED_SERVICES": "1",
+                    "MESSAGE_ID": "8864df6bdee9bd9598301675c291157e"}  # fmt: skip
+        self.assertEqual(entries["Analytics event"], entries["Analytics event"] | expected)
+        for text, priority, category in (
+            ("unzip configuration file from cmdline failed with error", "3", "Utilities"),
+            ("Received archive, inflating and updating...", "6", "Framework"),
+            ("Temporary directory to unzip contents", "7", "Utilities"),
+            ("Analytics event", "6", None),
+        ):
+            expected = {"PRIORITY": priority, "LARKSPUR_CATEGORY": category,
+                        "LARKSPUR_SUBSYSTEM": "LarkspurFramework",
+                        "SYSLOG_IDENTIFIER": os.path.basename(sys.orig_argv[0])}  # fmt: skip
+            self.assertEqual({name: entries[text].get(name) for name in expected}, expected)
+
+    def test_frozen_refusing_or_absent_journal(self):
+        larkspur.use_hooks(change=lambda _: None)
+        self.install()
+
+        def flood(lines=200):
+            begin = time.monotonic()
+            with larkspur.Store(self.root) as store:
+                for _ in range(lines):
+                    self.assertEqual(store.find("v1"), VPN)  # Logs a line about the saved copies.
+            self.check_long()
+            self.assertLess(time.monotonic() - begin, 5)
+
+        signal.alarm(60)
+        self.journal.send_signal(signal.SIGSTOP)
+        flood()
+        self.journal.send_signal(signal.SIGCONT)
+        before = len(self.entries())  # Waits until the journal has read what it was sent.
+        flood(lines=1)
+        self.assertEqual(len(self.entries()), before + 2)
+        self.journal.kill()
+        self.journal.wait()
+        flood()
+        os.unlink("/run/systemd/journal/socket")
+        flood()
+        signal.alarm(0)
+
+
+if __name__ == "__main__":
+    main()
