@@ -1,6 +1,7 @@
 # SPDX-License-Identifier: Apache-2.0
 # Shared by the tests of the installed interfaces: a bus, a root, archives and snapshots.
 
+import atexit
 import ctypes
 import functools
 import json
@@ -33,11 +34,13 @@ _POLICY = """<auth>EXTERNAL</auth><policy context="default">
 
 # A system bus for this process alone; restarts have the same address.
 class PrivateBus:
+    daemon = None
+
     def __init__(self):
         self.address = f"unix:abstract=larkspur-outside-{os.getpid()}"
         os.environ["DBUS_SYSTEM_BUS_ADDRESS"] = self.address
-        self.daemon = None
         self.restart()
+        atexit.register(self.stop)
 
     def restart(self, policy=""):
         self.stop()
@@ -48,14 +51,13 @@ class PrivateBus:
             command = ["dbus-daemon", "--nofork", "--nopidfile", "--print-address"]
             command.append(f"--config-file={configuration.name}")
             self.daemon = background(*command, stdout=subprocess.PIPE)
-            if not self.daemon.stdout.readline():
-                raise RuntimeError("dbus-daemon does not start")
+            with self.daemon.stdout as output:
+                assert output.readline(), "dbus-daemon does not start"
 
     def stop(self):
         if self.daemon:
             self.daemon.kill()
-            self.daemon.communicate()
-            self.daemon = None
+            self.daemon.wait()
 
 
 # Starts a program that ends with this process, even if that is killed.
@@ -65,9 +67,8 @@ def background(*command, **options):
 
 # The bus of this process, started on first use.
 @functools.cache
+@unittest.skipUnless(shutil.which("dbus-daemon"), "dbus-daemon is missing")
 def bus():
-    if not shutil.which("dbus-daemon"):
-        raise unittest.SkipTest("dbus-daemon is missing")
     return PrivateBus()
 
 
@@ -78,14 +79,9 @@ class Listener:
         self._systemd = ctypes.CDLL("libsystemd.so.0")
         self._handler = ctypes.CFUNCTYPE(ctypes.c_int, *[ctypes.c_void_p] * 3)(self._receive)
         self._bus = ctypes.c_void_p()
-        place = b"/com/corvid/Larkspur1", b"com.corvid.Larkspur1", b"Changed"
-        bus()
-        for function, *arguments in (
-            ("sd_bus_open_system", ctypes.byref(self._bus)),
-            ("sd_bus_match_signal", self._bus, None, None, *place, self._handler, None),
-        ):
-            if getattr(self._systemd, function)(*arguments) < 0:
-                raise RuntimeError(f"{function} failed")
+        match = None, b"/com/corvid/Larkspur1", b"com.corvid.Larkspur1", b"Changed", self._handler
+        assert self._systemd.sd_bus_open_system(ctypes.byref(self._bus)) >= 0
+        assert self._systemd.sd_bus_match_signal(self._bus, None, *match, None) >= 0
 
     def _receive(self, message, _data, _error):
         name = ctypes.c_char_p()
@@ -106,14 +102,13 @@ class Listener:
         self._bus.value = self._systemd.sd_bus_close_unref(self._bus)
 
 
-# An entry of an archive, possibly with a wrong checksum or size. The data is not compressed.
+# An entry of an archive, possibly with a wrong checksum. The data is not compressed.
 @dataclass
 class Entry:
     name: str | bytes
     data: bytes = b""
     mode: int = stat.S_IFREG | 0o644
-    checksum: int | None = None  # The correct one by default, like the size.
-    size: int | None = None
+    checksum: int | None = None  # The correct one by default.
     flags: int = 0  # Bit 0: encrypted; bit 11: the name is UTF-8.
     method: int = 0
     extra: bytes = b""
@@ -132,15 +127,15 @@ def link(name, target):
 def make_zip(path, *entries):
     content, index = b"", b""
     for entry in entries:
-        name = os.fsencode(entry.name)
+        name, size = os.fsencode(entry.name), len(entry.data)
         checksum = zlib.crc32(entry.data) if entry.checksum is None else entry.checksum
-        size = len(entry.data) if entry.size is None else entry.size
         # Version needed, flags, method, time and date, sizes; common to both headers.
-        common = struct.pack("<HHHHHIIIHH", 20, entry.flags, entry.method, 0, 0x21, checksum,
-                             len(entry.data), size, len(name), len(entry.extra))  # fmt: skip
-        index += b"PK\1\2" + struct.pack("<BB", 30, entry.system) + common
-        index += struct.pack("<HHHII", 0, 0, 0, entry.mode << 16, len(content)) + name + entry.extra
-        content += b"PK\3\4" + common + name + entry.extra + entry.data
+        common = struct.pack("<HHHHHIIIHH", 20, entry.flags, entry.method, 0, 0x21, checksum, size,
+                             size, len(name), len(entry.extra))  # fmt: skip
+        name += entry.extra
+        index += struct.pack("<4sBB", b"PK\1\2", 30, entry.system) + common
+        index += struct.pack("<HHHII", 0, 0, 0, entry.mode << 16, len(content)) + name
+        content += b"PK\3\4" + common + name + entry.data
     end = struct.pack("<HHHHIIH", 0, 0, len(entries), len(entries), len(index), len(content), 0)
     Path(path).write_bytes(content + index + b"PK\5\6" + end)
     return Path(path)
@@ -159,13 +154,11 @@ def snapshot(top):
     items = {}
     for path in Path(top).rglob("*"):
         mode = path.lstat().st_mode
-        text = f"{stat.S_IMODE(mode):o}"
+        text = f"{stat.filemode(mode)[0].replace('-', 'f')}{stat.S_IMODE(mode):o}"
         if stat.S_ISLNK(mode):
             text = f"l {os.readlink(path)}"
-        elif stat.S_ISDIR(mode):
-            text = f"d{text}"
         elif stat.S_ISREG(mode):
-            text = f"f{text} {path.read_bytes().decode('latin-1')}"
+            text += f" {path.read_bytes().decode('latin-1')}"
         items[str(path.relative_to(top))] = text
     return items
 
@@ -181,9 +174,9 @@ class OutsideTest(unittest.TestCase):
         self.addCleanup(shutil.rmtree, self.directory, ignore_errors=True)
         self.addCleanup(larkspur.use_hooks)  # Fails while a store is open.
         self.root = self.directory / "root"
-        for variable, name in (("HOME", "home"), ("TMPDIR", "tmp")):
-            (self.directory / name).mkdir()
-            os.environ[variable] = str(self.directory / name)
+        for variable, path in {"HOME": "home", "TMPDIR": "tmp"}.items():
+            (self.directory / path).mkdir()
+            os.environ[variable] = str(self.directory / path)
 
     def tearDown(self):
         left = [*self.directory.glob("home/*"), *self.directory.glob("tmp/*")]
@@ -198,11 +191,6 @@ class OutsideTest(unittest.TestCase):
         archive = archive or self.archive()
         with larkspur.Store(self.root) as store:
             store.install(type, archive, version=version, identifier=identifier, **options)
-
-    # Runs `python3 -m larkspur` and collects status and output.
-    def tool(self, *arguments, **options):
-        command = [sys.executable, "-m", "larkspur", *arguments]
-        return subprocess.run(command, capture_output=True, text=True, **options)
 
 
 # Runs the tests of the calling module; the exit status tells CTest if all were skipped.

@@ -16,7 +16,7 @@ from pathlib import Path
 
 import larkspur
 from larkspur import LogLevel, Service, Store, _library
-from support import BAD, CHANGED, VPN, Listener, OutsideTest, link, main, record, snapshot
+from support import BAD, CHANGED, VPN, Listener, OutsideTest, main, snapshot
 
 
 class PackageTest(OutsideTest):
@@ -57,38 +57,35 @@ class PackageTest(OutsideTest):
         before, archive, store = snapshot(self.root), self.archive(), Store(self.root)
         (bad := self.directory / "bad.zip").write_bytes(BAD)
         os.truncate(huge := os.memfd_create("huge"), 1 << 62)
-        link_zip = self.archive(link("l", "/")).rename(self.directory / "link.zip")
+        surrogate, reserved = "\udced\udca0\udc80", "service_type is a reserved name"
 
-        def install(failure, type=VPN, archive=self.archive(), **changes):
-            keys = {"version": "v2", "identifier": "d1", "sha256": "s"} | changes
-            self.expect(failure, lambda: store.install(type, archive, **keys))
+        def install(type=VPN, archive=archive, **changes):
+            store.install(type, archive, **dict(version="v2", identifier="d1", sha256="s") | changes)
 
-        install("InvalidMIMEType: ", content_type="text/plain")
-        install("UpdateServiceFailed: ", identifier="d2")
-        install("ReservedServiceType: ", "com.corvid.x")
-        install("BadArgument: archive is too large", archive=f"/proc/self/fd/{huge}")
-        install("SystemFailure: ", archive="/none", sha256=None)
-        for name, what in (
-            ("a/b", "contains a slash"), ("", "is empty"), ("a" * 256, "is longer than 255 bytes"),
-            *((name, "is a reserved name") for name in (".", "..", "._saved", ".larkspur-abcdef")),
-        ):  # fmt: skip
-            install(f"BadArgument: service_type {what}", name)
-        surrogate = "\udced\udca0\udc80"
-        install("BadArgument: service_type is not UTF-8", surrogate)
-        for name in "version", "identifier", "sha256", "content_type":
-            install(f"BadArgument: {name} is not UTF-8", **{name: surrogate})
         for failure, action, *arguments in (
+            ("InvalidMIMEType: ", lambda: install(content_type="text/plain")),
             ("ServiceNotFound: Managed service not found for v9$", store.find, "v9"),
-            ("SymbolicLinksNotAllowed: ", store.check, link_zip),
+            ("UpdateServiceFailed: ", lambda: install(identifier="d2")),
+            ("ReservedServiceType: ", install, "com.corvid.x"),
+            ("BadArgument: service_type contains a slash", install, "a/b"),
+            ("BadArgument: service_type is empty", install, ""),
+            ("BadArgument: service_type is longer than 255 bytes", install, "a" * 256),
+            ("BadArgument: service_type is not UTF-8", install, surrogate),
+            *((f"BadArgument: {reserved}", install, name)
+              for name in (".", "..", "._saved", ".larkspur-abcdef")),
+            *((f"BadArgument: {name} is not UTF-8", lambda name=name: install(**{name: surrogate}))
+              for name in ("version", "identifier", "sha256", "content_type")),
             ("BadArgument: version is not UTF-8", store.delete, surrogate),
-            ("BadArgument: ", store.path_of, ".."),
-            ("BadArgument: ", store.find, "v1\0"),
-            ("BadArgument: ", store.find, "\ud800"),
-            ("BadArgument: ", Store, ""),
             ("BadArgument: root is not UTF-8", Store, b"/\xff"),
+            ("BadArgument: archive is too large", install, VPN, f"/proc/self/fd/{huge}"),
+            ("BadArgument: .* is not a service type", store.path_of, ".."),
+            ("BadArgument: version contains a NUL", store.find, "v1\0"),
+            ("BadArgument: version is not a valid string", store.find, "\ud800"),
+            ("BadArgument: root is empty", Store, ""),
             ("SystemFailure: .*cannot create directory", Store, bad / "below"),
             ("SystemFailure: ", lambda: Store(self.root / "none", create=False)),
-        ):
+            ("SystemFailure: ", lambda: install(archive="/none", sha256=None)),
+        ):  # fmt: skip
             self.expect(failure, action, *arguments)
         error = self.expect("UnzipFailed: ", store.check, bad)
         self.assertIn("End-of-central-directory signature not found", error.detail)
@@ -161,22 +158,15 @@ class PackageTest(OutsideTest):
         calls = []
         larkspur.use_hooks(
             log=lambda level, category, text: calls.append((level, category, text.split(":")[0])),
-            change=lambda name: calls.append(name),
+            change=calls.append,
             event=lambda *event: calls.append(event),
             log_level=LogLevel.INFO,
         )
         gc.collect()
         self.install()
-        size = (len(self.archive().read_bytes()) + 5) // 10 * 10
-        for call in (CHANGED + VPN, ("Other", True, size, 1),
-                     (LogLevel.INFO, "PersistData", "Serializing")):  # fmt: skip
-            self.assertIn(call, calls)
-        raised = []
-        larkspur.use_hooks(change=lambda name: 1 // 0)
-        with unittest.mock.patch("sys.unraisablehook", lambda what: raised.append(what.exc_type)):
-            self.install("v2")
-        self.assertEqual(raised, [ZeroDivisionError])
-        self.assertEqual(record(self.root / VPN)["declarationVersionKey"], "v2")
+        size = (self.archive().stat().st_size + 5) // 10 * 10
+        line = LogLevel.INFO, "PersistData", "Serializing"
+        self.assertLess({CHANGED + VPN, line, ("Other", True, size, 1)}, {*calls})
 
     def test_store_that_is_closed_during_a_call(self):
         os.mkfifo(fifo := self.directory / "fifo.zip")
@@ -196,33 +186,33 @@ class PackageTest(OutsideTest):
 
 
 class ToolTest(OutsideTest):
-    def expect(self, status, output, *arguments, errors="", **options):
-        done = self.tool(*arguments, **options)
+    def expect(self, status, output, *arguments, errors=r"\A\Z"):
+        command = [sys.executable, "-m", "larkspur", self.root, *arguments]
+        done = subprocess.run(command, capture_output=True, text=True)
         self.assertEqual((done.returncode, done.stdout), (status, output), done.stderr)
-        self.assertRegex(done.stderr, errors or r"\A\Z")
+        self.assertRegex(done.stderr, errors)
 
     def test_commands(self):
-        root, archive = str(self.root), str(self.archive())
-        for command in (["list"], ["find", "v"], ["check", archive], ["delete", "v"], ["verify"]):
-            self.expect(1, "", root, *command, errors="No such file")
+        archive, version = self.archive(), "v\x1b\n"
+        for command in ["list"], ["find", "v"], ["check", archive], ["delete", "v"], ["verify"]:
+            self.expect(1, "", *command, errors="No such file")
         self.assertFalse(self.root.exists())
-        install = ["install", VPN, archive, "--version", "v\x1b\n", "--identifier", "d1"]
-        self.expect(0, "", root, *install, "--sha256", "s")
-        self.expect(0, f"{VPN}\tv\\x1b\\n\td1\tapplication/zip\ts\n", root, "list")
-        self.expect(0, f"{VPN}\n", root, "find", "v\x1b\n")
-        listed = json.loads(self.tool(root, "list", "--json").stdout)
-        keys = ("type", "version", "identifier", "content_type", "sha256", "path")
-        values = (VPN, "v\x1b\n", "d1", "application/zip", "s", f"{root}/{VPN}")
-        self.assertEqual(listed, [dict(zip(keys, values))])
-        self.expect(0, "", root, "verify")
-        self.expect(0, "", root, "check", archive)
-        Path(archive).write_bytes(BAD)
+        install = ["install", VPN, archive, "--version", version, "--identifier", "d1"]
+        self.expect(0, "", *install, "--sha256", "s")
+        self.expect(0, f"{VPN}\tv\\x1b\\n\td1\tapplication/zip\ts\n", "list")
+        self.expect(0, f"{VPN}\n", "find", version)
+        listed = dict(type=VPN, version=version, identifier="d1", content_type="application/zip",
+                      sha256="s", path=f"{self.root}/{VPN}")  # fmt: skip
+        self.expect(0, json.dumps([listed], indent=2) + "\n", "list", "--json")
+        self.expect(0, "", "verify")
+        self.expect(0, "", "check", archive)
+        archive.write_bytes(BAD)
         refused = r"UnzipFailed \(4\): Failed unzip .*\n(.*\n)*.*End-of-central-directory"
-        self.expect(1, "", root, "check", archive, errors=refused)
-        self.expect(1, "", root, *install, errors=refused)
-        self.expect(0, "", root, "delete", "v\x1b\n")
-        self.expect(1, "", root, "delete", "v", errors=r"\Alarkspur: ServiceNotFound \(2\): .* v\n")
-        self.expect(2, "", root, "install", VPN, errors="usage: ")
+        self.expect(1, "", "check", archive, errors=refused)
+        self.expect(1, "", *install, errors=refused)
+        self.expect(0, "", "delete", version)
+        self.expect(1, "", "delete", "v", errors=r"\Alarkspur: ServiceNotFound \(2\): .* v\n")
+        self.expect(2, "", "install", VPN, errors="usage: ")
 
     def test_list_is_a_table_on_a_terminal(self):
         self.install(type="a", version="version-1", sha256="s")
@@ -262,19 +252,16 @@ g: record is not JSON
 h: not a directory
 """
         lines = (f"{root}/{line}" for line in expected.splitlines(keepends=True))
-        self.expect(1, "".join(lines), str(root), "verify")
+        self.expect(1, "".join(lines), "verify")
 
     def test_without_library_or_bus(self):
         self.install()
-        for variable, command, errors in (
-            ("LARKSPUR_LIBRARY", ["list"], "larkspur: .*/none"),
-            ("DBUS_SYSTEM_BUS_ADDRESS", ["delete", "v1"], r"NotReady \(33\)"),
-        ):
-            with unittest.mock.patch.dict(os.environ, {variable: "/none"}):
-                self.expect(1, "", str(self.root), *command, errors=errors)
-                self.expect(0, "", str(self.root), "verify")
+        with unittest.mock.patch.dict(os.environ, LARKSPUR_LIBRARY="/none"):
+            self.expect(1, "", "list", errors="larkspur: .*/none")
+            self.expect(0, "", "verify")
         with unittest.mock.patch.dict(os.environ, DBUS_SYSTEM_BUS_ADDRESS="unix:path=/none"):
-            self.expect(0, f"{VPN}\n", str(self.root), "find", "v1")
+            self.expect(1, "", "delete", "v1", errors=r"NotReady \(33\)")
+            self.expect(0, f"{VPN}\n", "find", "v1")
 
 
 if __name__ == "__main__":
