@@ -7,7 +7,6 @@
 import contextlib
 import fcntl
 import os
-import re
 import subprocess
 import sys
 import tempfile
@@ -17,31 +16,27 @@ from pathlib import Path
 from breaking import OPERATIONS, World, points
 
 WORK = Path(tempfile.mkdtemp(prefix="larkspur-power."))
-VOLUME, PREPARED, LIVE, BEFORE, AFTER = (
-    WORK / name for name in ("volume", "prepared", "live", "before", "after")
-)
+VOLUME, PREPARED, LIVE, *CUTS = (WORK / name for name in ("volume", "new", "live", "cut", "late"))
 # What the return promises: tree, record and saved copy under the old type, then under the other.
 RETURNED = {"update": "- - -; v2 v2 v2", "rename": "- - -; v2 v2 v2", "delete": "- - -; - - -"}
-HEALED = r"- - (v1|-); v2 v2 v2 in \['._saved', 'com.example.vpn'\]"
 
 
 def run(*command):
     subprocess.run(command, check=True, stdout=subprocess.DEVNULL)
 
 
-def copy(image, target):
-    run("cp", "--sparse=always", image, target)
-
-
+# Mounts an image, or a copy of it.
 @contextlib.contextmanager
-def mounted(image):
-    run("mount", "-o", "loop", image, VOLUME)
+def mounted(image, copy=None):
+    if copy:
+        run("cp", "--sparse=always", image, copy)
+    run("mount", "-o", "loop", copy or image, VOLUME)
     yield
-    end = time.monotonic() + 20  # A tool whose parent was killed may still be at work there.
-    while subprocess.run(["umount", VOLUME], stderr=subprocess.DEVNULL).returncode:
-        if time.monotonic() > end:
-            raise TimeoutError(f"{VOLUME} stays busy")
+    for _ in range(1000):  # A tool whose parent was killed may still be at work there.
+        if subprocess.run(["umount", VOLUME], stderr=subprocess.DEVNULL).returncode == 0:
+            return
         time.sleep(0.02)
+    raise TimeoutError(f"{VOLUME} stays busy")
 
 
 # Commits the journal for another file: all names, but not the contents that still wait.
@@ -53,39 +48,40 @@ def commit(system):
             fcntl.ioctl(file, 0x40089416, transaction)
 
 
-# Cuts the power at each point, before and after the journal is committed for another file.
-def sweep(system, operation):
-    failures = cuts = 0
+# An image with v1 installed.
+def prepare(system, before):
     PREPARED.unlink(missing_ok=True)
     run("truncate", "--size=320M", PREPARED)
     run(f"mkfs.{system}", "-q", PREPARED)
     with mounted(PREPARED):
         (VOLUME / "tmp").mkdir()
         world = World(VOLUME)
-        world.install("v1", OPERATIONS[operation][0])
-    copy(PREPARED, LIVE)
-    with mounted(LIVE):
+        world.make(before)
+        return world
+
+
+# Cuts the power at each point, before and after the journal is committed for another file.
+def sweep(system, operation):
+    before, allowed = OPERATIONS[operation]
+    allowed = f"(?!v1 .*; v2){allowed}"
+    world, cuts, failures = prepare(system, before), 0, 0
+    with mounted(PREPARED, LIVE):
         found = [*points(world.run(operation)[1])]
     for point in found:
-        copy(PREPARED, LIVE)
-        with mounted(LIVE):
+        with mounted(PREPARED, LIVE):
             status, _ = world.run(operation, "{}:signal=KILL:when={}".format(*point))
-            copy(LIVE, BEFORE)
+            run("cp", "--sparse=always", LIVE, CUTS[0])
             commit(system)
-            copy(LIVE, AFTER)
+            run("cp", "--sparse=always", LIVE, CUTS[1])
         # The number of calls that wait for the tool varies: not every run meets its end.
-        has_returned = point == found[-1] or status >= 0
-        allowed = RETURNED[operation] if has_returned else f"(?!v1 .*; v2){OPERATIONS[operation][1]}"
-        for image in BEFORE, AFTER:
+        has_returned = point == found[-1] or status == 0
+        for image in CUTS:
             with mounted(image):
-                state = world.state()
-                world.install("v2")
-                healed = f"{world.state()} in {sorted(os.listdir(world.root))}"
+                problem = world.problem(RETURNED[operation] if has_returned else allowed)
             cuts += 1
-            if not re.fullmatch(allowed, state) or not re.fullmatch(HEALED, healed):
+            if problem:
                 failures += 1
-                when = f"{image.name} the commit at {point}"
-                print(f"{system} {operation}, {when}: {state}, then {healed}")
+                print(f"{system} {operation}, {image.name} at {point}: {problem}")
     print(f"{system} {operation}: {cuts} cuts, {failures} failures", flush=True)
     return failures
 

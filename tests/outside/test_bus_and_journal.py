@@ -3,7 +3,6 @@
 
 import ctypes
 import json
-import multiprocessing
 import os
 import signal
 import socket
@@ -62,13 +61,6 @@ class BusTest(OutsideTest):
             types += ("again",)
         names = self.listener.received(len(types), 20)
         self.assertCountEqual(names, [CHANGED + type for type in types])
-
-    def in_fork(self, body, *arguments):
-        fork = multiprocessing.get_context("fork")
-        child = fork.Process(target=body, args=arguments, daemon=True)
-        child.start()
-        child.join(30)
-        self.assertEqual(child.exitcode, 0)
 
     def test_restarted_and_stopped(self):
         used = set()

@@ -1,8 +1,10 @@
 # SPDX-License-Identifier: Apache-2.0
 # Readers see whole trees while client processes install and delete their services.
 
+import contextlib
 import multiprocessing
 import os
+from pathlib import Path
 
 import larkspur
 from support import Entry, OutsideTest, main, make_zip, snapshot
@@ -24,22 +26,17 @@ class ReadersTest(OutsideTest):
 
     # The contents of a service's files; nothing if the tree changed meanwhile.
     def reading(self, type):
-        texts, path = [], self.root / type
-        try:
-            top = os.open(path, os.O_RDONLY | os.O_DIRECTORY)
-        except FileNotFoundError:
-            return []
-        try:
-            for name in os.listdir(f"/proc/self/fd/{top}/d"):
-                with open(f"/proc/self/fd/{top}/d/{name}") as file:
-                    texts.append(file.read())
-        except FileNotFoundError:
-            # A partial tree, unless it was replaced; a new service is empty.
-            texts = texts or os.listdir(top)
-        finally:
-            is_same = path.exists() and os.path.samestat(os.fstat(top), path.stat())
-            os.close(top)
-        return texts if is_same else []
+        with contextlib.suppress(FileNotFoundError), contextlib.ExitStack() as closing:
+            top = os.open(self.root / type, os.O_RDONLY)
+            closing.callback(os.close, top)
+            try:
+                texts = [file.read_text() for file in Path(f"/proc/self/fd/{top}/d").iterdir()]
+            except FileNotFoundError:
+                # A partial tree, unless it was replaced; a new service is empty.
+                texts = os.listdir(top)
+            if os.path.samestat(os.fstat(top), os.stat(self.root / type)):
+                return texts
+        return []
 
     def test_readers_see_whole_trees(self):
         fork = multiprocessing.get_context("fork")
