@@ -17,7 +17,6 @@ from pathlib import Path
 import larkspur
 from support import CHANGED, VPN, Entry, Listener, OutsideTest, background, bus, main, make_zip
 
-QUEUED = f"Notification {CHANGED}%s waits for the bus to answer"
 FAILED = f"Failed posting notification {CHANGED}%s, errno: %d"
 
 
@@ -30,8 +29,7 @@ class BusTest(OutsideTest):
         super().setUp()
         self.lines = []
         larkspur.use_hooks(log=lambda _, kind, text: kind == "Platform" and self.lines.append(text))
-        self.store = larkspur.Store(self.root)
-        self.addCleanup(self.store.close)
+        self.store = self.enterContext(larkspur.Store(self.root))
         self.addCleanup(bus().restart)
         self.restart()
 
@@ -48,9 +46,8 @@ class BusTest(OutsideTest):
     def post(self, type):
         begin = time.monotonic()
         (tree := self.root / type).mkdir()
-        version = ascii(type)
-        os.setxattr(tree, "user.Larkspur", json.dumps({"declarationVersionKey": version}).encode())
-        self.store.delete(version)
+        os.setxattr(tree, "user.Larkspur", b'{"declarationVersionKey":"%d"}' % hash(type))
+        self.store.delete(str(hash(type)))
         return time.monotonic() - begin
 
     # Each of these arrives once; on a busy machine, one may wait for the next post.
@@ -79,9 +76,9 @@ class BusTest(OutsideTest):
         bus().stop()
         self.assertLess(self.post("lost"), 0.8)
         self.assertEqual(self.lines, [FAILED % ("\udcff", 22), FAILED % ("lost", 111)])
+        line = "Failed getting darwin notification center. errno: 111"
         with self.assertRaises(larkspur.NotReady) as caught:
             larkspur.Store(self.root)
-        line = "Failed getting darwin notification center. errno: 111"
         self.assertEqual(caught.exception.detail, line)
 
     def test_frozen_bus_delays_one_post(self):
@@ -91,7 +88,8 @@ class BusTest(OutsideTest):
         first, *others = [self.post(type) for type in "abc"]
         self.assertAlmostEqual(first, 1.4, delta=0.5)
         self.assertLess(max(others), 0.8)
-        self.assertEqual(self.lines, [QUEUED % type for type in "abc"])
+        line = f"Notification {CHANGED}%s waits for the bus to answer"
+        self.assertEqual(self.lines, [line % type for type in "abc"])
         self.freeze(signal.SIGCONT)
         self.post("d")
         self.expect(*"abcd")
@@ -157,10 +155,6 @@ class BusTest(OutsideTest):
 
     @unittest.skipIf(os.geteuid(), "only root can send as another user")
     def test_example_policy(self):
-        def post_as(user, type):
-            os.setresuid(user, user, user)
-            self.post(type)
-
         nobody = 65534
         self.directory.chmod(0o755)
         os.chown(self.root, nobody, nobody)
@@ -170,8 +164,8 @@ class BusTest(OutsideTest):
         # Without the policy the forgery works.
         for added, arriving in (policy, ["genuine"]), ("", ["forged", "genuine"]):
             self.restart(added)
-            self.in_fork(post_as, 0, "forged")
-            self.in_fork(post_as, nobody, "genuine")
+            self.in_fork(self.post, "forged")
+            self.in_fork(lambda: os.setresuid(*[nobody] * 3) or self.post("genuine"))
             self.expect(*arriving)
 
 
@@ -184,8 +178,7 @@ class JournalTest(OutsideTest):
         is_private = ctypes.CDLL(None).unshare(0x20000) == 0  # CLONE_NEWNS
         if not is_private or subprocess.run(command, shell=True).returncode:
             self.skipTest("a private journal needs root and mount namespaces")
-        self.journal = background("/lib/systemd/systemd-journald")
-        self.addCleanup(self.journal.wait)
+        self.journal = self.enterContext(background("/lib/systemd/systemd-journald"))
         self.addCleanup(self.journal.kill)
         while not os.path.exists("/run/systemd/journal/io.systemd.journal"):
             self.assertIsNone(self.journal.poll())
@@ -218,16 +211,15 @@ class JournalTest(OutsideTest):
         event = {"MESSAGE_ID": "8864df6bdee9bd9598301675c291157e", "LARKSPUR_SIZE": "210",
                  "LARKSPUR_EVENT": "com.corvid.Larkspur", "LARKSPUR_SERVICE_TYPE": "Other",
                  "LARKSPUR_ENABLED": "1", "LARKSPUR_NUMBER_OF_MANAGED_SERVICES": "1"}  # fmt: skip
-        for text, priority, fields in (
-            (long["MESSAGE"].partition(":")[0], "3", {"LARKSPUR_CATEGORY": "Utilities"}),
-            ("Received archive, inflating and updating...", "6", {"LARKSPUR_CATEGORY": "Framework"}),
-            ("Temporary directory to unzip contents", "7", {"LARKSPUR_CATEGORY": "Utilities"}),
-            ("Analytics event", "6", event),
+        common = {"LARKSPUR_SUBSYSTEM": "LarkspurFramework",
+                  "SYSLOG_IDENTIFIER": os.path.basename(sys.orig_argv[0])}  # fmt: skip
+        for entry, priority, fields in (
+            (long, "3", {"LARKSPUR_CATEGORY": "Utilities"}),
+            (entries["Received archive, inflating and updating..."], "6", {}),
+            (entries["Temporary directory to unzip contents"], "7", {}),
+            (entries["Analytics event"], "6", event),
         ):
-            fields["LARKSPUR_SUBSYSTEM"] = "LarkspurFramework"
-            fields["SYSLOG_IDENTIFIER"] = os.path.basename(sys.orig_argv[0])
-            expected = entries[text] | fields | {"PRIORITY": priority}
-            self.assertEqual(entries[text], expected)
+            self.assertEqual(entry, entry | common | fields | {"PRIORITY": priority})
 
     def test_frozen_refusing_or_absent_journal(self):
         self.journal.send_signal(signal.SIGSTOP)

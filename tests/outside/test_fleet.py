@@ -2,6 +2,7 @@
 # The Ansible collection: its module alone, and on three hosts, one of them over ssh.
 
 import contextlib
+import importlib.util
 import io
 import json
 import os
@@ -16,11 +17,6 @@ from pathlib import Path
 from support import VPN, Entry, OutsideTest, main, make_zip, record, snapshot
 
 sys.path.append("/usr/lib/python3/dist-packages")  # Debian's Ansible, for other interpreters too.
-try:
-    from ansible.module_utils import basic
-except ImportError:
-    basic = None
-
 SOURCE = Path(__file__).resolve().parents[2]
 ENGINE = shutil.which("ansible-playbook")
 SSHD = shutil.which("sshd", path=f"{os.environ['PATH']}:/usr/sbin")
@@ -32,10 +28,12 @@ def versions(root):
     return {name: found["declarationVersionKey"] for name, found in records.items() if found}
 
 
-@unittest.skipUnless(basic, "ansible is missing")
+@unittest.skipUnless(importlib.util.find_spec("ansible"), "ansible is missing")
 class ModuleTest(OutsideTest):
     # Runs the module in this process; returns what it reports.
     def run_module(self, check=False, **wanted):
+        from ansible.module_utils import basic
+
         wanted = {"root": str(self.root), "_ansible_tmpdir": str(self.directory), **wanted}
         wanted = {"ANSIBLE_MODULE_ARGS": wanted | {"_ansible_check_mode": check}}
         basic._ANSIBLE_ARGS, basic._ANSIBLE_PROFILE = json.dumps(wanted).encode(), "legacy"

@@ -219,32 +219,21 @@ class ToolTest(OutsideTest):
     def test_verify(self):
         for name in "abcdefg":
             self.install(type=name, version=name, identifier=name)
-        root = self.root
-        os.removexattr(root / "a", "user.Larkspur")
-        os.setxattr(root / "b", "user.Larkspur", b'{"contentType":1}')
-        os.chmod(root / "c/settings", 0o4644)
-        os.chmod(root / "c/d", 0o700)
-        (root / "d/link").symlink_to("/")
-        os.mkfifo(root / "d/pipe")
-        (root / "._saved/e/config.zip").unlink()
-        (root / "f").rename(root / ".larkspur-abcdef")
-        os.setxattr(root / "g", "user.Larkspur", b"{")
-        (root / "h").touch()
+        root, attribute = self.root, "user.Larkspur"
         missing = "contentType, declarationIdentifierKey, declarationVersionKey, hashSHA256"
-        expected = f"""\
-._saved/f: saved copy without a tree
-.larkspur-abcdef: left over from an interrupted install or deletion
-a: tree without a record: No data available
-b: record without {missing}
-c/d: mode 0700, not 0755
-c/settings: mode 4644, not 0444
-d/link: link
-d/pipe: neither a file nor a directory
-._saved/e: saved copy missing
-g: record is not JSON
-h: not a directory
-"""
-        lines = (f"{root}/{line}" for line in expected.splitlines(keepends=True))
+        lines = (f"{root}/{line}\n" for _, line in (
+            ((root / "f").rename(root / ".larkspur-abcdef"), "._saved/f: saved copy without a tree"),
+            (0, ".larkspur-abcdef: left over from an interrupted install or deletion"),
+            (os.removexattr(root / "a", attribute), "a: tree without a record: No data available"),
+            (os.setxattr(root / "b", attribute, b'{"contentType":1}'), f"b: record without {missing}"),
+            (os.chmod(root / "c/d", 0o700), "c/d: mode 0700, not 0755"),
+            (os.chmod(root / "c/settings", 0o4644), "c/settings: mode 4644, not 0444"),
+            ((root / "d/link").symlink_to("/"), "d/link: link"),
+            (os.mkfifo(root / "d/pipe"), "d/pipe: neither a file nor a directory"),
+            ((root / "._saved/e/config.zip").unlink(), "._saved/e: saved copy missing"),
+            (os.setxattr(root / "g", attribute, b"{"), "g: record is not JSON"),
+            ((root / "h").touch(), "h: not a directory"),
+        ))  # fmt: skip
         self.expect(1, "".join(lines), "verify")
 
 
