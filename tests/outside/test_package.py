@@ -67,7 +67,8 @@ class PackageTest(OutsideTest):
         surrogate, reserved = "\udced\udca0\udc80", "service_type is a reserved name"
 
         def install(type=VPN, archive=archive, **changes):
-            store.install(type, archive, **dict(version="v2", identifier="d1", sha256="s") | changes)
+            keys = dict(version="v2", identifier="d1", sha256="s") | changes
+            store.install(type, archive, **keys)
 
         for failure, action, *arguments in (
             ("InvalidMIMEType: ", lambda: install(content_type="text/plain")),
@@ -109,8 +110,8 @@ class PackageTest(OutsideTest):
         hooks, options = _library.HooksStruct, _library.OptionsStruct
         hooks_size, options_size = ctypes.sizeof(hooks), ctypes.sizeof(options)
 
-        def refused(message, function, *arguments):
-            self.expect(f"BadArgument: {message}$", _library.call, f"larkspur_{function}", *arguments)
+        def refused(message, name, *arguments):
+            self.expect(f"BadArgument: {message}$", _library.call, f"larkspur_{name}", *arguments)
 
         refused("root is NULL", "open", None, store)
         refused("root is not an absolute path", "open", b"a/b", store)
@@ -219,19 +220,19 @@ class ToolTest(OutsideTest):
     def test_verify(self):
         for name in "abcdefg":
             self.install(type=name, version=name, identifier=name)
-        root, attribute = self.root, "user.Larkspur"
+        root, key = self.root, "user.Larkspur"
         missing = "contentType, declarationIdentifierKey, declarationVersionKey, hashSHA256"
         lines = (f"{root}/{line}\n" for _, line in (
-            ((root / "f").rename(root / ".larkspur-abcdef"), "._saved/f: saved copy without a tree"),
-            (0, ".larkspur-abcdef: left over from an interrupted install or deletion"),
-            (os.removexattr(root / "a", attribute), "a: tree without a record: No data available"),
-            (os.setxattr(root / "b", attribute, b'{"contentType":1}'), f"b: record without {missing}"),
+            ((root / "f").rename(root / ".larkspur-abcd"), "._saved/f: saved copy without a tree"),
+            (0, ".larkspur-abcd: left over from an interrupted install or deletion"),
+            (os.removexattr(root / "a", key), "a: tree without a record: No data available"),
+            (os.setxattr(root / "b", key, b'{"contentType":1}'), f"b: record without {missing}"),
             (os.chmod(root / "c/d", 0o700), "c/d: mode 0700, not 0755"),
             (os.chmod(root / "c/settings", 0o4644), "c/settings: mode 4644, not 0444"),
             ((root / "d/link").symlink_to("/"), "d/link: link"),
             (os.mkfifo(root / "d/pipe"), "d/pipe: neither a file nor a directory"),
             ((root / "._saved/e/config.zip").unlink(), "._saved/e: saved copy missing"),
-            (os.setxattr(root / "g", attribute, b"{"), "g: record is not JSON"),
+            (os.setxattr(root / "g", key, b"{"), "g: record is not JSON"),
             ((root / "h").touch(), "h: not a directory"),
         ))  # fmt: skip
         self.expect(1, "".join(lines), "verify")
