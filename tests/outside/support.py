@@ -1,14 +1,11 @@
 # SPDX-License-Identifier: Apache-2.0
-"""Shared by the tests of the installed interfaces: a bus, a root, archives and snapshots.
-
-    LARKSPUR_LIBRARY=build/dev/liblarkspur.so PYTHONPATH=bindings/python \
-        python3 tests/outside/test_package.py
-"""
+# Shared by the tests of the installed interfaces: a bus, a root, archives and snapshots.
 
 import atexit
 import ctypes
 import functools
 import json
+import multiprocessing
 import os
 import shutil
 import stat
@@ -26,7 +23,7 @@ import larkspur
 
 VPN = "com.example.vpn"
 CHANGED = "kLarkspurChanged_"
-SKIPPED = 77  # See tests/CMakeLists.txt.
+BAD = b"not an archive"
 
 # The rules of a stock system bus for unnamed connections: broadcast, and talk to the bus.
 _POLICY = """<auth>EXTERNAL</auth><policy context="default">
@@ -35,14 +32,14 @@ _POLICY = """<auth>EXTERNAL</auth><policy context="default">
   <allow send_destination="org.freedesktop.DBus"/></policy>"""
 
 
+# A system bus for this process alone; restarts have the same address.
 class PrivateBus:
-    """A system bus for this process alone; restarts have the same address."""
+    daemon = None
 
     def __init__(self):
         self.address = f"unix:abstract=larkspur-outside-{os.getpid()}"
-        self.daemon = None
-        self.restart()
         os.environ["DBUS_SYSTEM_BUS_ADDRESS"] = self.address
+        self.restart()
         atexit.register(self.stop)
 
     def restart(self, policy=""):
@@ -51,49 +48,40 @@ class PrivateBus:
             policy = f"<listen>{self.address}</listen>{_POLICY}{policy}"
             configuration.write(f"<busconfig>{policy}</busconfig>")
             configuration.flush()
-            # The daemon ends with this process, even if that is killed.
-            command = ["setpriv", "--pdeathsig", "KILL", "dbus-daemon", "--nofork", "--nopidfile"]
-            command += ["--print-address", f"--config-file={configuration.name}"]
-            self.daemon = subprocess.Popen(command, stdout=subprocess.PIPE)
-            if not self.daemon.stdout.readline():
-                raise RuntimeError("dbus-daemon does not start")
+            command = ["dbus-daemon", "--nofork", "--nopidfile", "--print-address"]
+            command.append(f"--config-file={configuration.name}")
+            self.daemon = background(*command, stdout=subprocess.PIPE)
+            with self.daemon.stdout as output:
+                assert output.readline(), "dbus-daemon does not start"
 
     def stop(self):
         if self.daemon:
             self.daemon.kill()
             self.daemon.wait()
-            self.daemon.stdout.close()
-            self.daemon = None
 
 
+# Starts a program that ends with this process, even if that is killed.
+def background(*command, **options):
+    return subprocess.Popen(["setpriv", "--pdeathsig", "KILL", *command], **options)
+
+
+# The bus of this process, started on first use.
 @functools.cache
+@unittest.skipUnless(shutil.which("dbus-daemon"), "dbus-daemon is missing")
 def bus():
-    """The bus of this process, started on first use."""
-    if not shutil.which("dbus-daemon"):
-        raise unittest.SkipTest("dbus-daemon is missing")
     return PrivateBus()
 
 
+# Collects the changes announced on the bus.
 class Listener:
-    """Collects the changes announced on the bus."""
-
     def __init__(self):
         self._names = []
         self._systemd = ctypes.CDLL("libsystemd.so.0")
-        handler = ctypes.CFUNCTYPE(ctypes.c_int, *[ctypes.c_void_p] * 3)
-        self._handler = handler(self._receive)
+        self._handler = ctypes.CFUNCTYPE(ctypes.c_int, *[ctypes.c_void_p] * 3)(self._receive)
         self._bus = ctypes.c_void_p()
-        path = b"/com/corvid/Larkspur1"
-        for function, *arguments in (
-            ("sd_bus_new", ctypes.byref(self._bus)),
-            ("sd_bus_set_address", self._bus, bus().address.encode()),
-            ("sd_bus_set_bus_client", self._bus, 1),
-            ("sd_bus_start", self._bus),
-            ("sd_bus_match_signal", self._bus, None, None, path, path[1:].replace(b"/", b"."),
-             b"Changed", self._handler, None),
-        ):  # fmt: skip
-            if getattr(self._systemd, function)(*arguments) < 0:
-                raise RuntimeError(f"{function} failed")
+        match = None, b"/com/corvid/Larkspur1", b"com.corvid.Larkspur1", b"Changed", self._handler
+        assert self._systemd.sd_bus_open_system(ctypes.byref(self._bus)) >= 0
+        assert self._systemd.sd_bus_match_signal(self._bus, None, *match, None) >= 0
 
     def _receive(self, message, _data, _error):
         name = ctypes.c_char_p()
@@ -101,8 +89,8 @@ class Listener:
         self._names.append(name.value.decode(errors="surrogateescape"))
         return 0
 
+    # The names since the last call: waits for `count` of them, at most `limit` seconds.
     def received(self, count, limit=2):
-        """The names since the last call: waits for `count` of them, at most `limit` seconds."""
         end = time.monotonic() + limit
         while len(self._names) < count and time.monotonic() < end:
             if self._systemd.sd_bus_process(self._bus, None) == 0:
@@ -111,18 +99,16 @@ class Listener:
         return names
 
     def close(self):
-        self._systemd.sd_bus_close_unref(self._bus)
+        self._bus.value = self._systemd.sd_bus_close_unref(self._bus)
 
 
+# An entry of an archive, possibly with a wrong checksum. The data is not compressed.
 @dataclass
 class Entry:
-    """An entry of an archive, possibly with a wrong checksum or size. The data is not compressed."""
-
     name: str | bytes
     data: bytes = b""
     mode: int = stat.S_IFREG | 0o644
-    checksum: int | None = None  # The correct one by default, like the size.
-    size: int | None = None
+    checksum: int | None = None  # The correct one by default.
     flags: int = 0  # Bit 0: encrypted; bit 11: the name is UTF-8.
     method: int = 0
     extra: bytes = b""
@@ -137,52 +123,48 @@ def link(name, target):
     return Entry(name, os.fsencode(target), stat.S_IFLNK | 0o777)
 
 
+# Writes or overwrites an archive.
 def make_zip(path, *entries):
-    """Writes or overwrites an archive."""
     content, index = b"", b""
     for entry in entries:
-        name = os.fsencode(entry.name)
+        name, size = os.fsencode(entry.name), len(entry.data)
         checksum = zlib.crc32(entry.data) if entry.checksum is None else entry.checksum
-        size = len(entry.data) if entry.size is None else entry.size
         # Version needed, flags, method, time and date, sizes; common to both headers.
-        common = struct.pack("<HHHHHIIIHH", 20, entry.flags, entry.method, 0, 0x21, checksum,
-                             len(entry.data), size, len(name), len(entry.extra))  # fmt: skip
-        index += b"PK\1\2" + struct.pack("<BB", 30, entry.system) + common
-        index += struct.pack("<HHHII", 0, 0, 0, entry.mode << 16, len(content)) + name + entry.extra
-        content += b"PK\3\4" + common + name + entry.extra + entry.data
+        common = struct.pack("<HHHHHIIIHH", 20, entry.flags, entry.method, 0, 0x21, checksum, size,
+                             size, len(name), len(entry.extra))  # fmt: skip
+        name += entry.extra
+        index += struct.pack("<4sBB", b"PK\1\2", 30, entry.system) + common
+        index += struct.pack("<HHHII", 0, 0, 0, entry.mode << 16, len(content)) + name
+        content += b"PK\3\4" + common + name + entry.data
     end = struct.pack("<HHHHIIH", 0, 0, len(entries), len(entries), len(index), len(content), 0)
     Path(path).write_bytes(content + index + b"PK\5\6" + end)
     return Path(path)
 
 
+# The record on a directory, or None.
 def record(path):
-    """The record on a directory, or None."""
     try:
         return json.loads(os.getxattr(path, "user.Larkspur"))
     except OSError:
         return None
 
 
+# Everything below a directory: {"a": "d755", "a/b": "f444 contents", "c": "l target"}.
 def snapshot(top):
-    """Everything below a directory: {"a": "d755", "a/b": "f444 contents", "c": "l target"}."""
     items = {}
-    for place, names, files in os.walk(top):
-        for path in (Path(place, name) for name in names + files):
-            mode = path.lstat().st_mode
-            text = f"{stat.S_IMODE(mode):o}"
-            if stat.S_ISLNK(mode):
-                text = f"l {os.readlink(path)}"
-            elif stat.S_ISDIR(mode):
-                text = f"d{text}"
-            elif stat.S_ISREG(mode):
-                text = f"f{text} {path.read_bytes().decode('latin-1')}"
-            items[str(path.relative_to(top))] = text
+    for path in Path(top).rglob("*"):
+        mode = path.lstat().st_mode
+        text = f"{stat.filemode(mode)[0].replace('-', 'f')}{stat.S_IMODE(mode):o}"
+        if stat.S_ISLNK(mode):
+            text = f"l {os.readlink(path)}"
+        elif stat.S_ISREG(mode):
+            text += f" {path.read_bytes().decode('latin-1')}"
+        items[str(path.relative_to(top))] = text
     return items
 
 
+# A bus, and a directory with the root, HOME and TMPDIR in it.
 class OutsideTest(unittest.TestCase):
-    """A bus, and a directory with the root, HOME and TMPDIR in it."""
-
     scratch_allowed = 0
 
     def setUp(self):
@@ -190,35 +172,39 @@ class OutsideTest(unittest.TestCase):
         # Not below /tmp, which may be a file system without user attributes.
         self.directory = Path(tempfile.mkdtemp(prefix="larkspur-outside.", dir="/var/tmp"))
         self.addCleanup(shutil.rmtree, self.directory, ignore_errors=True)
+        self.addCleanup(larkspur.use_hooks)  # Fails while a store is open.
         self.root = self.directory / "root"
-        for variable, name in (("HOME", "home"), ("TMPDIR", "tmp")):
-            (self.directory / name).mkdir()
-            os.environ[variable] = str(self.directory / name)
+        for variable, path in {"HOME": "home", "TMPDIR": "tmp"}.items():
+            (self.directory / path).mkdir()
+            os.environ[variable] = str(self.directory / path)
 
     def tearDown(self):
         left = [*self.directory.glob("home/*"), *self.directory.glob("tmp/*")]
         self.assertLessEqual(len(left), self.scratch_allowed, left)
 
+    # An archive with those entries, or one with a file and a directory.
     def archive(self, *entries):
-        """An archive with those entries, or one with a file and a directory."""
         entries = entries or (Entry("settings", b"on"), Entry("d/deep", b"!"))
         return make_zip(self.directory / "config.zip", *entries)
+
+    def in_fork(self, body, *arguments):
+        fork = multiprocessing.get_context("fork")
+        child = fork.Process(target=body, args=arguments, daemon=True)
+        child.start()
+        child.join(30)
+        self.assertEqual(child.exitcode, 0)
 
     def install(self, version="v1", type=VPN, *, archive=None, identifier="d1", **options):
         archive = archive or self.archive()
         with larkspur.Store(self.root) as store:
             store.install(type, archive, version=version, identifier=identifier, **options)
 
-    def tool(self, *arguments, **options):
-        """Runs `python3 -m larkspur` and collects status and output."""
-        command = [sys.executable, "-m", "larkspur", *arguments]
-        return subprocess.run(command, capture_output=True, text=True, **options)
 
-
+# Runs the tests of the calling module; the exit status tells CTest if all were skipped.
 def main():
-    """Runs the tests of the calling module; the exit status tells CTest if all were skipped."""
     result = unittest.main(exit=False).result
     for _, reason in result.skipped:
         print("skipped:", reason)
     nothing_ran = result.skipped and len(result.skipped) >= result.testsRun
-    sys.exit(SKIPPED if nothing_ran else not result.wasSuccessful())
+    # 77: see tests/CMakeLists.txt.
+    sys.exit(77 if nothing_ran else not result.wasSuccessful())
