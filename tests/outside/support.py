@@ -9,6 +9,7 @@ import atexit
 import ctypes
 import functools
 import json
+import multiprocessing
 import os
 import shutil
 import stat
@@ -203,6 +204,13 @@ class OutsideTest(unittest.TestCase):
         """An archive with those entries, or one with a file and a directory."""
         entries = entries or (Entry("settings", b"on"), Entry("d/deep", b"!"))
         return make_zip(self.directory / "config.zip", *entries)
+
+    def in_fork(self, body, *arguments):
+        fork = multiprocessing.get_context("fork")
+        child = fork.Process(target=body, args=arguments, daemon=True)
+        child.start()
+        child.join(30)
+        self.assertEqual(child.exitcode, 0)
 
     def install(self, version="v1", type=VPN, *, archive=None, identifier="d1", **options):
         archive = archive or self.archive()
