@@ -17,7 +17,7 @@ X, Y, ENCRYPTED = b"X", b"Y", Entry("x", bytes(20), flags=1)
 LONG, DEEP = "n" * 255, ("d" * 199 + "/") * 20
 MANY = [str(number) for number in range(10000, 15000)]
 REFUSED = [
-    b"PK\5\6" + bytes(18), [Entry(name, X, checksum=1) for name in MANY],
+    b"PK\5\6" + bytes(18), [Entry(name, X, checksum=1) for name in MANY[:2000]],
     [Entry("a", X), Entry("x", X, checksum=1)], [Entry("x", b"\7XX", method=8)],
     [Entry("x", X, method=99)], [ENCRYPTED], [Entry("/etc/x", X)],
     [Entry("x", X), Entry("x/y", Y)], [Entry("x/y", Y), Entry("x", X)],
