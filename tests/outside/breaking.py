@@ -6,7 +6,6 @@ import os
 import re
 import signal
 import subprocess
-from collections import Counter
 
 import larkspur
 from support import VPN, Entry, make_zip, record, snapshot
@@ -27,12 +26,12 @@ NO_POINT = re.compile(r"\W|syscall_|mmap|munmap|mprotect|brk|futex|rt_|getpid|pr
 
 # The calls of the operation and one after its return, each with its number for `when=`.
 def points(calls):
-    counts, begun = Counter(), False
+    seen, begun = [], False
     for line in calls.splitlines():
         call = line.partition("(")[0]
-        counts[call] += 1
+        seen.append(call)
         if begun and not NO_POINT.match(call):
-            yield call, counts[call]
+            yield call, seen.count(call)
         if END in line:
             return
         begun = begun or BEGIN in line
