@@ -7,6 +7,7 @@ import shutil
 import signal
 import subprocess
 import time
+from pathlib import Path
 
 import larkspur
 from support import VPN, Entry, OutsideTest, main, make_zip, record, snapshot
@@ -45,15 +46,16 @@ class Hosts(OutsideTest):
     # Installs, updates and deletes below a root that is missing with its parents.
     def everything(self, prepare):
         archive = self.archive()
-        state = f"grep -E 'Umask|Sig(Blk|Ign|Cgt)' /proc/{os.getpid()}/status"
+        state = lambda: [line for line in Path("/proc/self/status").read_text().splitlines()
+                         if line.startswith(("Umask", "SigB", "SigI", "SigC"))]  # fmt: skip
         prepare()
-        before = subprocess.getoutput(state)
+        before = state()
         with larkspur.Store(self.root / "deep/er") as store:
             for version in ("1", "2"):
                 store.install(VPN, archive, version=version, identifier="d1")
             items = snapshot(self.root)
             store.delete("2")
-        self.assertEqual(subprocess.getoutput(state), before)
+        self.assertEqual(state(), before)
         modes = sorted(kind.split()[0] for kind in items.values())
         self.assertEqual(modes, ["d755"] * 6 + ["f444"] * 3)
 
@@ -105,9 +107,8 @@ class Hosts(OutsideTest):
                 store.delete("1")
                 if cycle in (CYCLES // 10, CYCLES - 1):
                     heap = LIBC.mallinfo2().members
-                    with open("/proc/thread-self/children") as children:
-                        others = os.listdir("/proc/self/fd") + children.read().split()
-                    used.append((heap[4] + heap[7], len(others)))
+                    children = Path("/proc/thread-self/children").read_text().split()
+                    used.append((heap[4] + heap[7], len(os.listdir("/proc/self/fd") + children)))
         self.assertLessEqual(used[1][0] - used[0][0], 4096)
         self.assertLessEqual(used[1][1] - used[0][1], 2, "more than one tool that still ends")
 
