@@ -21,7 +21,7 @@ OPERATIONS = {
 }
 BEGIN, END = "/the operation begins", "/the operation ends"
 # Calls that touch the process alone, or that strace does not know.
-NO_POINT = re.compile(r"\W|syscall_|mmap|munmap|mprotect|brk|futex|rt_|getpid|prlimit|exit")
+NO_POINT = re.compile(r"\W|syscall_|mmap|munmap|mprotect|brk|futex|rt_|sigalt|getpid|prlimit|exit")
 
 
 # The calls of the operation and one after its return, each with its number for `when=`.

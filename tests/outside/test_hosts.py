@@ -46,17 +46,17 @@ class Hosts(OutsideTest):
     # Installs, updates and deletes below a root that is missing with its parents.
     def everything(self, prepare):
         archive = self.archive()
-        state = lambda: [line for line in Path("/proc/self/status").read_text().splitlines()
-                         if line.startswith(("Umask", "SigB", "SigI", "SigC"))]  # fmt: skip
+        state = lambda: [*os.listdir("/proc/self/fd"), *(
+            line for line in Path("/proc/self/status").read_text().splitlines()
+            if line.startswith(("Umask", "SigB", "SigI", "SigC")))]  # fmt: skip
         prepare()
-        before = state()
         with larkspur.Store(self.root / "deep/er") as store:
+            before = state()
             for version in ("1", "2"):
                 store.install(VPN, archive, version=version, identifier="d1")
-            items = snapshot(self.root)
+            modes = sorted(kind.split()[0] for kind in snapshot(self.root).values())
             store.delete("2")
-        self.assertEqual(state(), before)
-        modes = sorted(kind.split()[0] for kind in items.values())
+            self.assertEqual(state(), before)
         self.assertEqual(modes, ["d755"] * 6 + ["f444"] * 3)
 
     def test_settings_make_no_difference(self):
