@@ -2,7 +2,7 @@
 # On a library built with LARKSPUR_INTERNAL_UI, a user default admits one more reserved type.
 
 import larkspur
-from support import OutsideTest, main
+from support import OutsideTest
 
 
 class InternalBuildTest(OutsideTest):
@@ -15,7 +15,3 @@ class InternalBuildTest(OutsideTest):
         self.install(type="com.corvid.mine")
         with self.assertRaises(larkspur.ReservedServiceType):
             self.install(type="com.corvid.other")
-
-
-if __name__ == "__main__":
-    main()

@@ -1,5 +1,5 @@
 # SPDX-License-Identifier: Apache-2.0
-# Shared by the tests of the installed interfaces: a bus, a root, archives and snapshots.
+# Runs the tests from outside, and gives them a bus, a root, archives and snapshots.
 
 import atexit
 import ctypes
@@ -200,9 +200,9 @@ class OutsideTest(unittest.TestCase):
             store.install(type, archive, version=version, identifier=identifier, **options)
 
 
-# Runs the tests of the calling module; the exit status tells CTest if all were skipped.
-def main():
-    result = unittest.main(exit=False).result
+# Runs the tests of a module: support.py MODULE [TEST...]. The status tells CTest if all skipped.
+if __name__ == "__main__":
+    result = unittest.main(sys.argv.pop(1), exit=False).result
     for _, reason in result.skipped:
         print("skipped:", reason)
     nothing_ran = result.skipped and len(result.skipped) >= result.testsRun

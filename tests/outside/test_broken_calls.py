@@ -7,7 +7,7 @@ import shutil
 from pathlib import Path
 
 from breaking import OPERATIONS, World, points
-from support import OutsideTest, main
+from support import OutsideTest
 
 # A quick run breaks a sample of the calls, spread over all of them; `scripts/deep` breaks each.
 EVERY_POINT = "LARKSPUR_SWEEP_EVERY_POINT" in os.environ
@@ -110,7 +110,3 @@ class BrokenCalls(OutsideTest):
             self.assertRegex(calls, r'\nsyncfs\(\d+<(.*)>\) += 0\n((close|\w*stat\w*|---).*\n)*'
                              r'renameat2\(.*, "\1", .*$')  # fmt: skip
             self.assertEqual(calls.count("syncfs("), 1)
-
-
-if __name__ == "__main__":
-    main()

@@ -15,7 +15,7 @@ from concurrent.futures import ThreadPoolExecutor
 from pathlib import Path
 
 import larkspur
-from support import CHANGED, VPN, Entry, Listener, OutsideTest, background, bus, main, make_zip
+from support import CHANGED, VPN, Entry, Listener, OutsideTest, background, bus, make_zip
 
 FAILED = f"Failed posting notification {CHANGED}%s, errno: %d"
 
@@ -238,7 +238,3 @@ class JournalTest(OutsideTest):
         self.log_lines(finds=200)
         os.unlink("/run/systemd/journal/socket")
         self.log_lines(finds=200)
-
-
-if __name__ == "__main__":
-    main()

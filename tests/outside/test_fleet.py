@@ -14,7 +14,7 @@ import sys
 import unittest
 from pathlib import Path
 
-from support import VPN, Entry, OutsideTest, main, make_zip, record, snapshot
+from support import VPN, Entry, OutsideTest, make_zip, record, snapshot
 
 sys.path.append("/usr/lib/python3/dist-packages")  # Debian's Ansible, for other interpreters too.
 SOURCE = Path(__file__).resolve().parents[2]
@@ -160,7 +160,3 @@ class FleetTest(OutsideTest):
         last = first | {"version": "v3", "type": "new"}
         self.play((1, 0, {"new": "v3"}), **last)
         self.play((1, 0, {}), playbook=self.playbook + "        state: absent\n", **last)
-
-
-if __name__ == "__main__":
-    main()

@@ -11,7 +11,7 @@ import sys
 from pathlib import PurePath
 
 import larkspur
-from support import VPN, Entry, OutsideTest, directory, link, main, snapshot
+from support import VPN, Entry, OutsideTest, directory, link, snapshot
 
 X, Y, ENCRYPTED = b"X", b"Y", Entry("x", bytes(20), flags=1)
 LONG, DEEP = "n" * 255, ("d" * 199 + "/") * 20
@@ -100,7 +100,3 @@ class HostileArchives(OutsideTest):
         command = ["script", "-qec", f"{install} --version v1 --identifier d1", "/dev/null"]
         end = subprocess.run(command, stdin=subprocess.DEVNULL, stdout=subprocess.PIPE, timeout=20)
         self.assertRegex(end.stdout, b"^larkspur: UnzipFailed")  # And no prompt.
-
-
-if __name__ == "__main__":
-    main()

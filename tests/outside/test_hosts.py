@@ -10,7 +10,7 @@ import time
 from pathlib import Path
 
 import larkspur
-from support import VPN, Entry, OutsideTest, main, make_zip, record, snapshot
+from support import VPN, Entry, OutsideTest, make_zip, record, snapshot
 
 LIBC = ctypes.CDLL(None)
 CYCLES = int(os.environ.get("LARKSPUR_SOAK_CYCLES", 300))
@@ -43,6 +43,13 @@ class Hosts(OutsideTest):
         self.mount("home")
         os.closerange(0, 3)
 
+    # Closes every descriptor after start-up, and uses the numbers for other files.
+    def reused_descriptors(self):
+        larkspur.Store(self.root).close()
+        os.closerange(3, 100)
+        while os.open(os.devnull, os.O_RDWR) < 40:
+            pass
+
     # Installs, updates and deletes below a root that is missing with its parents.
     def everything(self, prepare):
         archive = self.archive()
@@ -60,7 +67,8 @@ class Hosts(OutsideTest):
         self.assertEqual(modes, ["d755"] * 6 + ["f444"] * 3)
 
     def test_settings_make_no_difference(self):
-        for prepare in (self.unprivileged_owner, self.closed_standard_streams):
+        for prepare in (self.unprivileged_owner, self.closed_standard_streams,
+                        self.reused_descriptors):  # fmt: skip
             with self.subTest(prepare.__name__):
                 self.in_fork(self.everything, prepare)
                 shutil.rmtree(self.root)
@@ -111,7 +119,3 @@ class Hosts(OutsideTest):
                     used.append((heap[4] + heap[7], len(os.listdir("/proc/self/fd") + children)))
         self.assertLessEqual(used[1][0] - used[0][0], 4096)
         self.assertLessEqual(used[1][1] - used[0][1], 2, "more than one tool that still ends")
-
-
-if __name__ == "__main__":
-    main()

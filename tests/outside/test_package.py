@@ -14,7 +14,7 @@ from pathlib import Path
 
 import larkspur
 from larkspur import LogLevel, Service, Store, _library
-from support import BAD, CHANGED, VPN, Listener, OutsideTest, main, snapshot
+from support import BAD, CHANGED, VPN, Listener, OutsideTest, snapshot
 
 
 class PackageTest(OutsideTest):
@@ -236,7 +236,3 @@ class ToolTest(OutsideTest):
             ((root / "h").touch(), "h: not a directory"),
         ))  # fmt: skip
         self.expect(1, "".join(lines), "verify")
-
-
-if __name__ == "__main__":
-    main()

@@ -7,7 +7,7 @@ import os
 from pathlib import Path
 
 import larkspur
-from support import Entry, OutsideTest, main, make_zip
+from support import Entry, OutsideTest, make_zip
 
 CLIENTS, ROUNDS, FILES = 3, 12, 20
 
@@ -52,7 +52,3 @@ class ReadersTest(OutsideTest):
                     whole += 1
         self.assertEqual({client.exitcode for client in clients}, {0})
         self.assertGreater(whole, CLIENTS)
-
-
-if __name__ == "__main__":
-    main()

@@ -1,8 +1,9 @@
 // SPDX-License-Identifier: Apache-2.0
-// JSON as it is read where parsers differ, and the log on standard error.
+// JSON as it is read where parsers differ, the logs, and a name that only a C++ client can post.
 #include "platform/platform.h"
 
 #include <gtest/gtest.h>
+#include <sys/wait.h>
 
 #include "foundation/logger.h"
 #include "platform/json_serialization.h"
@@ -37,26 +38,39 @@ TEST(PlatformTest, LogOnStandardError) {
   const auto own = currentPlatform().log;
   useLog(standardErrorLog(LogLevel::info));
   const Logger logger("Utilities");
-  int ends[2];
-  ASSERT_EQ(::pipe(ends), 0);
-  const int before = ::dup(STDERR_FILENO);
-  ::dup2(ends[1], STDERR_FILENO);
-  ::close(ends[1]);
   errno = 4711;
+  ::testing::internal::CaptureStderr();
   logger.error("é\x1b[2J\n\x7fx");
   logger.info("%@, %d: %s", Costly(), -1, std::vector<std::string>{"a", "b"});
   logger.debug("%@", Costly());
-  char text[1000] = {};
-  EXPECT_GT(::read(ends[0], text, sizeof text), 0);
-  ::close(ends[0]);
-  logger.error("Nobody reads, and no signal ends the process.");
+  EXPECT_EQ(::testing::internal::GetCapturedStderr(),
+            "error Utilities: é [2J  x\ninfo Utilities: 100%s, -1: [\"a\", \"b\"]\n");
   EXPECT_EQ(errno, 4711);
-  ::dup2(before, STDERR_FILENO);
-  ::close(before);
-  EXPECT_STREQ(text, "error Utilities: é [2J  x\ninfo Utilities: 100%s, -1: [\"a\", \"b\"]\n");
+  const auto unread = [&] {
+    ::dup2(::fileno(::popen("true", "w")), STDERR_FILENO);
+    ::wait(nullptr);
+    logger.error("Nobody reads this, and no signal ends the process.");
+    ::_exit(0);
+  };
+  EXPECT_EXIT(unread(), ::testing::ExitedWithCode(0), "");
   EXPECT_EQ(Costly::looked, 1);
   useLog(nullptr);
   EXPECT_EQ(currentPlatform().log, own);
+}
+
+TEST(PlatformTest, LoggingKeepsTheErrorNumber) {
+  errno = 4711;
+  journalLog(LogLevel::error)->write({LogLevel::error, "Subsystem", "Category", "a line"});
+  EXPECT_EQ(errno, 4711);
+}
+
+TEST(PlatformTest, ANameWithAZeroByteIsNotPosted) {
+  const ScopedPlatform before;
+  const auto center = makeSystemPlatform().notificationCenter;
+  const auto recorder = recordSignals();
+  center->post({"cut\0short", 9});
+  ASSERT_EQ(recorder->lines.size(), 1u);
+  EXPECT_TRUE(recorder->lines[0].ends_with("errno: 22")) << recorder->lines[0];
 }
 
 }  // namespace larkspur::test

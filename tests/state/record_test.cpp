@@ -1,8 +1,13 @@
 // SPDX-License-Identifier: Apache-2.0
 // Writing and reading the record: its bytes, and what fails. Lookups test more records.
 #include "state/larkspur_get_persisted_data.h"
+
+#include <sys/resource.h>
+
 #include "state/larkspur_persist_data.h"
 #include "support/store_fixture.h"
+
+extern "C" __attribute__((weak)) void __asan_init();
 
 namespace larkspur::test {
 
@@ -21,7 +26,7 @@ TEST_F(RecordedTest, RecordsAreReplacedOrRefused) {
           .persistSystemState();
     });
   };
-  std::filesystem::create_directory_symlink(root(), directory() / "link");
+  fs::create_directory_symlink(root(), directory() / "link");
   for (const char* identifier : {"old", "\"\\"}) EXPECT_EQ(persist("link", identifier), "done");
   const std::string record = R"({"contentType":"é","declarationIdentifierKey":"\"\\",)"
                              R"("declarationVersionKey":"","hashSHA256":"a\/b"})";
@@ -43,8 +48,22 @@ TEST_F(RecordedTest, RecordsAreReplacedOrRefused) {
   EXPECT_EQ(recordBytes(root()), record);
 }
 
+TEST_F(RecordedTest, RecordThatNeedsTooMuchMemory) {
+  if (__asan_init != nullptr) GTEST_SKIP() << "a sanitizer ends the process";
+  inChild([&] {
+    LarkspurPersistData huge(FileURL(root()), "", std::string(200 << 20, 'x'), "", "");
+    useLog(standardErrorLog(LogLevel::error));
+    const rlimit limit{300 << 20, 300 << 20};
+    ::setrlimit(RLIMIT_AS, &limit);
+    ::testing::internal::CaptureStderr();
+    EXPECT_THROW(huge.persistSystemState(), LarkspurError);
+    EXPECT_EQ(::testing::internal::GetCapturedStderr(),
+              "error PersistData: JSONSerialization internal error: std::bad_alloc\n");
+  });
+}
+
 TEST_F(StoreTest, RecordsThatCannotBeRead) {
-  std::filesystem::create_directory_symlink(root(), directory() / "link");
+  fs::create_directory_symlink(root(), directory() / "link");
   const auto readAfter = [&](const CallHook& before) {
     const ScopedPlatform scope;
     hookEverySeam(before);

@@ -14,7 +14,7 @@ TEST_F(StoreTest, LookupsReadEveryRecord) {
   manage("one", R"({"declarationVersionKey":"3"})");
   manage("tail", R"({"declarationVersionKey":"3"}x)");
   manage("two", R"({"declarationVersionKey":"3"})");
-  std::filesystem::create_directory(root() / "without");
+  fs::create_directory(root() / "without");
   std::string found;
   const auto list = [&] {
     for (const Service& service : framework->services()) {

@@ -1,11 +1,12 @@
 // SPDX-License-Identifier: Apache-2.0
-// What installs, updates, checks and deletions leave on disk, announce and log.
+// What installs, updates, checks and deletions leave on disk, announce and log, also when a step of
+// theirs fails.
 #include "support/store_fixture.h"
 
 namespace larkspur::test {
 
 TEST_F(StoreTest, InstallUpdateAndDelete) {
-  std::filesystem::create_directory(root() / "._saved");
+  fs::create_directory(root() / "._saved");
   for (const char* place : {"vpn", "._saved/vpn"}) writeFile(root() / place, "replaced");
   install("v1");
   EXPECT_EQ(snapshot(root()),
@@ -14,7 +15,8 @@ TEST_F(StoreTest, InstallUpdateAndDelete) {
                   {"vpn/settings", "f444 v1"},
                   {"._saved", "d755"},
                   {"._saved/vpn", "d755"},
-                  {"._saved/vpn/config.zip", "f444 " + zipBytes({{"settings", "v1"}})}}));
+                  {"._saved/vpn/config.zip",
+                   "f444" + snapshot(directory() / "v1").at("config.zip").substr(4)}}));
   manage("web", R"({"declarationVersionKey":"v2"})");
   Installation forced = offer("v2");
   forced.force = true;
@@ -25,7 +27,7 @@ info Framework: Force updating serviceType: vpn
 info Framework: Service 'vpn' already exists at 'file://$/root/vpn', updating service..
 info Framework: Received archive, inflating and updating...
 debug Utilities: Temporary directory to unzip contents: file://$scratch
-debug Utilities: unzip configuration file cmdline output: Archive:  $/config.zip
+debug Utilities: unzip configuration file cmdline output: Archive:  $/v2/config.zip
  extracting: $scratch/settings
 info Utilities: Enumerated files: [file://$scratch/settings]
 debug Utilities: Replacing contents in file://$/root/vpn with file://$scratch
@@ -83,12 +85,11 @@ TEST_F(StoreTest, RefusedBeforeAnythingIsTouched) {
 TEST_F(StoreTest, ChecksReportWhatInstallsReport) {
   EXPECT_EQ(report([&] { framework->checkArchive(offer("v2").archive); }), "done");
   Installation refused = offer("v2");
-  refused.archive = FileURL(directory() / "refused.zip");
   const auto checked = [&] { framework->checkArchive(refused.archive); };
   const auto installed = [&] { framework->installArchive(refused); };
-  for (const std::string& bytes : {std::string("bad"), zipBytes({{"a", "b", S_IFLNK | 0777}})}) {
+  for (const FileURL& bad : {writeFile(directory() / "bad.zip", "bad"), archive("b", "S_IFLNK")}) {
     install("v1");
-    writeFile(refused.archive.path(), bytes);
+    refused.archive = bad;
     const std::string refusal = report(checked);
     EXPECT_EQ(state(), "v1 v1 v1");
     EXPECT_EQ(report(installed), refusal);
@@ -107,7 +108,7 @@ TEST_F(StoreTest, ChecksReportWhatInstallsReport) {
 }
 
 TEST_F(StoreTest, DeletesPlainFilesToo) {
-  std::filesystem::create_directory(root() / "._saved");
+  fs::create_directory(root() / "._saved");
   for (const char* place : {"vpn", "._saved/vpn"}) writeFile(root() / place, "");
   manage("vpn", R"({"declarationVersionKey":"v1"})");
   framework->deleteService("v1");
@@ -115,6 +116,57 @@ TEST_F(StoreTest, DeletesPlainFilesToo) {
   EXPECT_EQ(report([&] { framework->removeServiceDirectory("vpn"); }),
             "Internal Error\nerror Framework: Service 'vpn' does not exist at 'file://$/root/vpn', "
             "cannot delete service. errno: 2");
+}
+
+TEST_F(StoreTest, FailedStepEndsTheOperation) {
+  EXPECT_EQ(failEachStep([&] { install("v2"); }), R"(contentsOfDirectory: v1 v1 v1, Internal Error
+error Framework: Scanning directory file://$/root failed with error: 5
+makeItemReplacementDirectory: - - v1, Internal Error
+error Utilities: FileManager default url failed with error: 5
+enumerate: v1 v1 v1, Fatal: this shouldn't happen
+error Framework: Unexpected error unzipping from command line: 5
+replaceItem: - - v1, Internal Error
+error Utilities: FileManager ReplaceItem failed with errno: 5
+set: v2 - v1, announced, Internal Error
+error PersistData: Persist system state, other Error: set: Input/output error
+removeItem: v2 v2 v1, announced, Internal Error
+error Framework: FileManager removeItem file://$/root/._saved/vpn failed with error: 5
+createDirectory: v2 v2 -, announced, Internal Error
+error Framework: FileManager createDirectory file://$/root/._saved/vpn failed with error: 5
+copyItem: v2 v2 -, announced, Internal Error
+error Utilities: FileManager copyItem failed with error: copyItem: Input/output error
+enumerate: v2 v2 v2, announced, enumerate: Input/output error
+flush: v2 v2 v2, announced, Internal Error
+contentsOfDirectory: v2 v2 v2, announced, Internal Error
+error Framework: Scanning directory file://$/root failed with error: 5
+fileSize: v2 v2 v2, announced, fileSize: Input/output error
+)");
+  EXPECT_EQ(scratchDirectories(), 2);
+  allowScratchDirectories(3);
+  EXPECT_EQ(failEachStep([&] { framework->checkArchive(offer("v2").archive); }),
+            R"(makeItemReplacementDirectory: v1 v1 v1, Internal Error
+error Utilities: FileManager default url failed with error: 5
+enumerate: v1 v1 v1, Internal Error
+error Framework: Unexpected error unzipping from command line: 5
+removeItemReplacementDirectory: v1 v1 v1, Internal Error
+error Framework: FileManager removeItem file://$scratch failed with error: 5
+)");
+  EXPECT_EQ(failEachStep([&] { framework->deleteService("v1"); }),
+            R"(contentsOfDirectory: v1 v1 v1, Internal Error
+error Framework: Scanning directory file://$/root failed with error: 5
+removeItem: v1 v1 v1, Internal Error
+error Framework: FileManager removeItem file://$/root/vpn failed with error: 5
+removeItem: - - v1, announced, Internal Error
+error Framework: FileManager removeItem file://$/root/._saved/vpn failed with error: 5
+flush: - - -, announced, Internal Error
+contentsOfDirectory: - - -, announced, Internal Error
+error Framework: Scanning directory file://$/root failed with error: 5
+)");
+  Installation offered = offer("v1");
+  offered.serviceType = "a/b";
+  EXPECT_EQ(report([&] { framework->installArchive(offered); }),
+            "Internal Error\n"
+            "error Framework: FileManager createDirectory file://$/root/a/b failed with error: 2");
 }
 
 }  // namespace larkspur::test

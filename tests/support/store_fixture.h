@@ -5,13 +5,19 @@
 #include <larkspur/larkspur.h>
 #include <sys/xattr.h>
 
+#include <fstream>
 #include <regex>
 
-#include "support/archives.h"
 #include "support/platform_scope.h"
 #include "support/temporary_root.h"
 
 namespace larkspur::test {
+
+/// Writes or overwrites the file.
+inline FileURL writeFile(const std::string& path, const std::string& bytes) {
+  std::ofstream(path, std::ios::binary) << bytes;
+  return FileURL(path);
+}
 
 class RecordedTest : public LarkspurTest {
  protected:
@@ -53,16 +59,27 @@ struct OpenFramework : LarkspurFramework {
 
 class StoreTest : public RecordedTest {
  protected:
-  /// An archive whose only file contains `version`, of the declaration "identifier".
-  Installation offer(const std::string& version) {
-    return {"vpn", writeFile(directory() / "config.zip", zipBytes({{"settings", version}})),
-            version, "identifier", "hash"};
+  /// An archive, made on first use. Its only entry, by default a file, contains `version`.
+  FileURL archive(const std::string& version, const std::string& type = "S_IFREG") const {
+    const std::string path = directory() / version / "config.zip";
+    if (fs::create_directory(directory() / version))
+      sh("python3 -c \"import stat, zipfile; entry = zipfile.ZipInfo('settings');"
+         " entry.create_system = 3; entry.external_attr = stat." +
+         type +
+         " << 16;"
+         " zipfile.ZipFile('" +
+         path + "', 'w').writestr(entry, '" + version + "')\"");
+    return FileURL(path);
+  }
+  /// That archive, for the declaration "identifier".
+  Installation offer(const std::string& version) const {
+    return {"vpn", archive(version), version, "identifier", "hash"};
   }
   void install(const std::string& version) { framework->installArchive(offer(version)); }
   /// Puts exactly this record on the item, a new directory if there is none.
   void manage(const std::string& type, const std::string& record) {
     std::error_code exists;
-    std::filesystem::create_directory(root() / type, exists);
+    fs::create_directory(root() / type, exists);
     ::setxattr((root() / type).c_str(), "user.Larkspur", record.data(), record.size(), 0);
   }
   /// The versions of tree, record and saved copy, "-" for a missing one: "v1 v2 -".

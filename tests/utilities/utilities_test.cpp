@@ -1,10 +1,47 @@
 // SPDX-License-Identifier: Apache-2.0
-// The steps below the store: extraction, modes, scratch directories and payloads.
+// The steps below the store: admission, extraction, modes, scratch directories and payloads.
 #include "utilities/utilities.h"
 
 #include "support/store_fixture.h"
 
 namespace larkspur::test {
+
+struct InternalBuild : SystemVariant {
+  std::optional<std::string> bundleIdentifier() override { return "host"; }
+  bool hasInternalUI(const std::optional<std::string>& host) override { return host == "host"; }
+};
+
+TEST_F(RecordedTest, ReservedServiceTypes) {
+  Utilities utilities;
+  const auto admit = [&](const std::string& type) {
+    return report([&] { utilities.admitServiceType(type); }, kEverything);
+  };
+  const std::string settings = directory() / "home/.config/larkspur";
+  fs::create_directories(settings);
+  const auto allow = [&](const char* json) { writeFile(settings + "/defaults.json", json); };
+  allow(R"({"allowLKSServiceType":"com.corvid.x"})");
+  for (const char* type : {"com.example.x", "Com.corvid.x", "com.corvidx", "com.corvid.altshell"})
+    EXPECT_EQ(admit(type), "done");
+  for (const std::string type :
+       {"com.corvid.", "com.corvid.shell2", "com.corvid.Shell", "com.corvid.x"})
+    EXPECT_EQ(admit(type), "Service type prefix is reserved\nerror Utilities: serviceType " + type +
+                               " prefix is reserved");
+
+  // On internal builds a user default admits one more, and is read on every call.
+  ::setenv("XDG_CONFIG_HOME", "relative", 1);
+  currentPlatform().systemVariant = std::make_shared<InternalBuild>();
+  EXPECT_TRUE(admit("com.corvid.x").starts_with("done\ndebug"));
+  EXPECT_EQ(admit("x"), R"(done
+debug Utilities: Added com.corvid.x to allowedServiceTypes: ["com.corvid.webserver", "com.corvid.accessrules", "com.corvid.shell", "com.corvid.smartcards", "com.corvid.printing", "com.corvid.authmodules", "com.corvid.remotelogin", "com.corvid.superuser", "com.corvid.altshell", "com.corvid.x", "com.corvid.x"])");
+  ::setenv("XDG_CONFIG_HOME", "/nowhere", 1);
+  EXPECT_EQ(admit("x"), "done");
+  ::unsetenv("XDG_CONFIG_HOME");
+  for (const char* nothing : {"", "{", "[]", R"({"allowLKSServiceType":1})"}) {
+    allow(nothing);
+    EXPECT_EQ(admit("x"), "done") << nothing;
+  }
+  allowScratchDirectories(1);  // The settings.
+}
 
 // Prints what it is told to; told to print "none", it cannot be started.
 struct FakeTool : TaskLauncher, Task {
@@ -41,20 +78,20 @@ TEST_F(RecordedTest, FilesOfATree) {
   const auto enumerate = [&] {
     return report([&] { Utilities().enumerateFiles(FileURL(root())); }, kEverything);
   };
-  const std::filesystem::path hidden = root() / "..a";
-  std::filesystem::create_directory(hidden);
+  const fs::path hidden = root() / "..a";
+  fs::create_directory(hidden);
   for (const char* name : {"b", "c"}) ::chmod(writeFile(hidden / name, "").path().c_str(), 06777);
   std::string files;
-  for (const auto& entry : std::filesystem::directory_iterator(hidden))
+  for (const auto& entry : fs::directory_iterator(hidden))
     files += ", file://$/root/..a/" + entry.path().filename().string();
   ::chmod(hidden.c_str(), 02000);
   ::chmod(root().c_str(), 02700);
   EXPECT_EQ(enumerate(), "done\ninfo Utilities: Enumerated files: [" + files.substr(2) + "]");
   EXPECT_EQ(snapshot(root()), (Tree{{"..a", "d755"}, {"..a/b", "f444 "}, {"..a/c", "f444 "}}));
   EXPECT_EQ(snapshot(directory())["root"], "d2700") << "the top is not visited";
-  std::filesystem::create_symlink("a", root() / "link");
+  fs::create_symlink("a", root() / "link");
   EXPECT_EQ(enumerate(), "Larkspur does not support symbolic links in zip archives");
-  std::filesystem::remove_all(root());
+  fs::remove_all(root());
   EXPECT_EQ(enumerate(), "done\ninfo Utilities: Enumerated files: []");
 }
 

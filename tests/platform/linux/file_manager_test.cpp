@@ -162,7 +162,7 @@ TEST_F(FileManagerTest, ReplacementLeavesNothingElse) {
 TEST_F(FileManagerTest, ScratchDirectoriesAreOnTheMountOfTheReference) {
   withVolume([this] {
     sh("mkdir bound m/area && mount --bind . bound");
-    std::filesystem::current_path(root() / "m");
+    fs::current_path(root() / "m");
     const auto made = [this](const std::string& area, const char* reference) {
       ::setenv("TMPDIR", area.c_str(), 1);
       const std::string path = files->makeItemReplacementDirectory(at(reference))->path();
