@@ -35,11 +35,9 @@ std::vector<Contender> libraryAndFloor(const Delivery& delivery, std::size_t ser
 // The tool alone, into a new directory; its removal is not measured.
 Contender bareTool(const std::string& options, const Delivery& delivery) {
   const std::string path = Area::current().freshPath();
-  return {"unzip " + options,
-          [=] {
-            runTool({"/usr/bin/unzip", options, delivery.archive, "-d", path});
-          },
-          [] {}, [=] { removeTree(path); }};
+  const std::vector<std::string> command{"/usr/bin/unzip", options, delivery.archive, "-d", path};
+  const auto nothing = [] {};
+  return {"unzip " + options, [=] { runTool(command); }, nothing, [=] { removeTree(path); }};
 }
 
 void againstFloorAndTool(const Case& which) {
