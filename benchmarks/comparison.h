@@ -30,8 +30,8 @@ class Comparison {
  public:
   explicit Comparison(std::vector<Contender> contenders) : contenders_(std::move(contenders)) {}
 
-  /// Runs each contender, in another order every time, so that none always profits from the caches
-  /// the same other one leaves. Returns the seconds of the first named.
+  /// Runs each contender, in random order, so that none always runs after the same other one.
+  /// Returns the seconds of the first named.
   double round();
 
   const std::vector<Contender>& contenders() const { return contenders_; }

@@ -72,7 +72,7 @@ Area& Area::current() {
 
 void Area::use(const std::string& path) {
   path_ = fs::canonical(path);
-  require(fs::is_empty(path_), "a look for an empty directory");
+  require(fs::is_empty(path_), "the check that the area is empty");
   for (const char* name : {"home", "tmp", "archives"}) fs::create_directory(path_ + '/' + name);
   ::setenv("HOME", (path_ + "/home").c_str(), 1);
   ::setenv("TMPDIR", (path_ + "/tmp").c_str(), 1);

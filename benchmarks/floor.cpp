@@ -158,7 +158,8 @@ void Floor::install(const Delivery& delivery) {
 // No fixture has a renamed service: reads every record and removes none.
 void Floor::sweep(const Delivery& delivery) const {
   eachValue(root_, kIdentifierKey, [&](std::string_view name, const char* value) {
-    require(value != delivery.identifier || name == delivery.serviceType, "one declaration each");
+    require(value != delivery.identifier || name == delivery.serviceType,
+            "the check for renamed services");
     return true;
   });
   const std::string own = root_ + '/' + delivery.serviceType;

@@ -47,7 +47,7 @@ class Host {
   Host& operator=(const Host&) = delete;
 
   void run() const {
-    require(::send(socket_, "", 1, MSG_NOSIGNAL) == 1, "the host");
+    require(::send(socket_, "", 1, MSG_NOSIGNAL) == 1, "the exchange with the host process");
     wait();
   }
 
@@ -62,7 +62,7 @@ class Host {
   }
   void wait() const {
     char done = 0;
-    require(::recv(socket_, &done, 1, 0) == 1, "the host");
+    require(::recv(socket_, &done, 1, 0) == 1, "the exchange with the host process");
   }
 
   int socket_ = -1;

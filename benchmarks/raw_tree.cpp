@@ -36,7 +36,7 @@ int openDirectory(int parent, const char* name) {
 
 void makeReadOnlyBelow(int directory) {
   eachEntry(directory, [&](const dirent& entry) {
-    require(entry.d_type != DT_LNK, "no link");
+    require(entry.d_type != DT_LNK, "the check for links");
     const bool isDirectory = entry.d_type == DT_DIR;
     require(::fchmodat(directory, entry.d_name, isDirectory ? 0755 : 0444, 0) == 0, "fchmodat");
     if (isDirectory) makeReadOnlyBelow(openDirectory(directory, entry.d_name));
@@ -48,7 +48,7 @@ void requireNoMountBelow(int directory) {
     struct statx status = {};
     require(::statx(directory, entry.d_name, AT_SYMLINK_NOFOLLOW, STATX_TYPE, &status) == 0 &&
                 (status.stx_attributes & STATX_ATTR_MOUNT_ROOT) == 0,
-            "no mount");
+            "the check for mounts");
     if (entry.d_type == DT_DIR) requireNoMountBelow(openDirectory(directory, entry.d_name));
   });
 }

@@ -5,8 +5,6 @@
 namespace larkspur {
 namespace {
 
-constexpr std::string_view kSubsystem = "LarkspurFramework";
-
 template <typename List, typename Render>
 std::string bracketed(const List& list, Render render) {
   std::string text = "[";

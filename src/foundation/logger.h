@@ -19,6 +19,9 @@
 
 namespace larkspur {
 
+/// The subsystem of every log entry and event.
+inline constexpr char kSubsystem[] = "LarkspurFramework";
+
 // How each type of value is written in a line.
 inline std::string logText(std::string_view text) { return std::string(text); }
 inline std::string logText(const FileURL& url) { return url.absoluteString(); }

@@ -1,6 +1,5 @@
 // SPDX-License-Identifier: Apache-2.0
-// What a framework object knows: its root, whether start-up succeeded, and whom it tells of
-// changes.
+// What a framework object knows: its root, its notification center, and whether start-up succeeded.
 #include <utility>
 
 #include <larkspur/larkspur_framework.h>

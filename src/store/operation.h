@@ -1,5 +1,5 @@
 // SPDX-License-Identifier: Apache-2.0
-// What installs and deletions share: the name of their event, and which of nested ones flushes.
+// What installs and deletions share: the name of their event, and which one flushes when they nest.
 #pragma once
 
 namespace larkspur {

@@ -21,8 +21,8 @@ class Utilities {
   /// The one instance of the process, made on first use and never destroyed.
   static Utilities& shared();
 
-  /// Creates an empty directory on the volume of the home directory; the caller owns it. Throws
-  /// `internalError` and does not clean up.
+  /// Creates an empty directory, on the home directory's mount if possible; the caller owns it.
+  /// Throws `internalError` and does not clean up.
   FileURL createTemporaryDirectory() const;
 
   /// Unpacks the zip archive into the empty `temporaryDirectory`, with modes 0755 and 0444. Throws

@@ -1,5 +1,5 @@
 // SPDX-License-Identifier: Apache-2.0
-// No exception escapes a C call, and its error lines reach the caller whatever the log wants.
+// No exception escapes a C call, and its error lines reach the caller even when logging is off.
 #include "c/report.h"
 
 #include <gtest/gtest.h>
@@ -30,7 +30,7 @@ TEST(ReportTest, EveryExceptionHasACode) {
   EXPECT_EQ(reported(nullptr, [] { throw LarkspurError::unexpectedError(); }), 8);
 }
 
-TEST(ReportTest, CollectsErrorLinesThatTheLogDoesNotWant) {
+TEST(ReportTest, CollectsErrorLinesWhenLoggingIsOff) {
   struct Silent : Log {
     bool isEnabled(LogLevel) const noexcept override { return false; }
     void write(const LogEntry& entry) noexcept override { ADD_FAILURE() << entry.message; }

@@ -1,5 +1,6 @@
 # SPDX-License-Identifier: Apache-2.0
-# Breaks an operation at one of its system calls, by strace, and tells what the root contains.
+# Breaks an operation at one of its system calls, by strace, and reports what the root then
+# contains.
 
 import ctypes
 import os
@@ -12,7 +13,7 @@ from support import VPN, Entry, make_zip, record, snapshot
 
 OLD = "com.example.old"
 DELETED, INSTALLED = "(v1 v1 v1|- - v1|- - -)", "v2 - {0}|v2 v2 ({0}|v2|-|other)"
-# The type of v1 before, and the states that a broken call may leave, see World.state.
+# The type under which v1 is installed first, if any, and the states allowed after a broken call.
 OPERATIONS = {
     "new": (None, f"- - -; (- - -|{INSTALLED.format('-')})"),
     "update": (VPN, f"- - -; (v1 v1 v1|{INSTALLED.format('v1')})"),

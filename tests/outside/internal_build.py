@@ -1,5 +1,6 @@
 # SPDX-License-Identifier: Apache-2.0
-# On a library built with LARKSPUR_INTERNAL_UI, a user default admits one more reserved type.
+# On a library built with LARKSPUR_INTERNAL_UI, which ctest does not have, a user default admits one
+# more reserved type. `.ci/run` runs this.
 
 import larkspur
 from support import OutsideTest

@@ -2,7 +2,7 @@
 # What is on the disk when the power is cut: at each system call of an operation, and after it.
 #
 # The file below a loop volume holds what has reached the device. `scripts/deep power` runs this as
-# root, with the file systems as arguments, in a mount namespace that takes the mounts with it.
+# root, with the file systems as arguments, in a mount namespace, whose end removes the mounts.
 
 import contextlib
 import fcntl
@@ -39,11 +39,11 @@ def mounted(image, copy=None):
     raise TimeoutError(f"{VOLUME} stays busy")
 
 
-# Commits the journal for another file: all names, but not the contents that still wait.
+# Commits the journal by syncing another file: names reach the disk, unflushed contents do not.
 def commit(system):
     with open(VOLUME / "another", "w") as file:
         os.fsync(file.fileno())
-        if system == "btrfs":  # Whose fsync writes of one file alone: START_SYNC and WAIT_SYNC.
+        if system == "btrfs":  # Its fsync writes one file only: START_SYNC, WAIT_SYNC.
             transaction = fcntl.ioctl(file, 0x80089418, bytes(8))
             fcntl.ioctl(file, 0x40089416, transaction)
 
@@ -73,7 +73,7 @@ def sweep(system, operation):
             run("cp", "--sparse=always", LIVE, CUTS[0])
             commit(system)
             run("cp", "--sparse=always", LIVE, CUTS[1])
-        # The number of calls that wait for the tool varies: not every run meets its end.
+        # The number of calls that wait for the tool varies: so a run may miss the last.
         has_returned = point == found[-1] or status == 0
         for image in CUTS:
             with mounted(image):

@@ -1,5 +1,5 @@
 # SPDX-License-Identifier: Apache-2.0
-# Runs the tests from outside, and gives them a bus, a root, archives and snapshots.
+# Runs the tests of the built library, and has their bus, root, archives and snapshots.
 
 import atexit
 import ctypes
@@ -32,7 +32,7 @@ _POLICY = """<auth>EXTERNAL</auth><policy context="default">
   <allow send_destination="org.freedesktop.DBus"/></policy>"""
 
 
-# A system bus for this process alone; restarts have the same address.
+# A private system bus that keeps its address when it restarts.
 class PrivateBus:
     daemon = None
 

@@ -76,12 +76,12 @@ class BrokenCalls(OutsideTest):
         self.addCleanup(shutil.rmtree, self.scratch)
         os.environ["HOME"] = os.environ["TMPDIR"] = str(self.scratch)
         if "EXDEV" not in self.run_broken("update")[1]:
-            self.skipTest("/dev/shm is no mount of its own here")
+            self.skipTest("/dev/shm is not a separate mount here")
         self.break_each_call(KILL)
         self.break_each_call(ERRORS)
 
     def test_fallbacks(self):
-        # The state then, scratch and staging directories that stay, what is called, what fails.
+        # State afterwards, directories left over, calls that must appear, calls that fail.
         for state, left, called, *ways in (
             (NEW, 0, r"(renameat\(.*\n){2}", OLD_WAY),
             (LOST, 1, r"(renameat\(.*\n){3}", f"{OLD_WAY} renameat:error=EIO:when=3",
@@ -103,7 +103,7 @@ class BrokenCalls(OutsideTest):
                     self.assertRegex(calls, called)
                     self.expect(f"- - -; {state}", [left])
 
-    # Its own file system, after the last change to it, once before the exchange and once at the end.
+    # An update flushes twice: the tree's volume right before the exchange, and once at the end.
     def test_flushes(self):
         for copied in ((), ["renameat:error=EXDEV:when=1"]):
             calls, _, rest = self.run_broken("update", *copied)[1].partition("EXCHANGE) = 0")

@@ -110,7 +110,7 @@ class FleetTest(OutsideTest):
         page = (SOURCE / "docs/fleet.md").read_text()
         self.playbook = re.search("```yaml\n(.*?)```", page, re.S).group(1)
         self.hosts = {name: {"ansible_connection": "local"} for name in ("two", "three")}
-        # Each connection to the first one starts an sshd for this user, and uses it through pipes.
+        # Each connection to "one" starts an sshd for this user, and uses it through pipes.
         key, settings = self.directory / "key", self.directory / "sshd_config"
         subprocess.run(["ssh-keygen", "-q", "-t", "ed25519", "-N", "", "-f", key], check=True)
         names = "LARKSPUR_LIBRARY", "PYTHONPATH", "DBUS_SYSTEM_BUS_ADDRESS", "HOME", "TMPDIR"

@@ -1,5 +1,5 @@
 # SPDX-License-Identifier: Apache-2.0
-# Hosts with unusual settings, with full volumes, and one that runs for long.
+# Hosts with unusual settings, with full volumes, and a long-running one.
 
 import ctypes
 import os
@@ -50,7 +50,7 @@ class Hosts(OutsideTest):
         while os.open(os.devnull, os.O_RDWR) < 40:
             pass
 
-    # Installs, updates and deletes below a root that is missing with its parents.
+    # Installs, updates and deletes in a root that does not exist, nor do its parents.
     def everything(self, prepare):
         archive = self.archive()
         state = lambda: [*os.listdir("/proc/self/fd"), *(
@@ -118,4 +118,4 @@ class Hosts(OutsideTest):
                     children = Path("/proc/thread-self/children").read_text().split()
                     used.append((heap[4] + heap[7], len(os.listdir("/proc/self/fd") + children)))
         self.assertLessEqual(used[1][0] - used[0][0], 4096)
-        self.assertLessEqual(used[1][1] - used[0][1], 2, "more than one tool that still ends")
+        self.assertLessEqual(used[1][1] - used[0][1], 2, "more than one exiting tool")

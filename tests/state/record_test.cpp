@@ -11,7 +11,7 @@ extern "C" __attribute__((weak)) void __asan_init();
 
 namespace larkspur::test {
 
-// A record whose only key is not mandatory.
+// Checks a record with one mandatory and one unknown key instead of its own.
 struct OtherRecord : LarkspurPersistData {
   using LarkspurPersistData::LarkspurPersistData;
   bool hasMandatoryKeys(const SystemState&) const override {

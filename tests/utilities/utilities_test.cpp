@@ -95,7 +95,7 @@ TEST_F(RecordedTest, FilesOfATree) {
   EXPECT_EQ(enumerate(), "done\ninfo Utilities: Enumerated files: []");
 }
 
-// Reports a scratch directory that is none, and a file of the largest size.
+// Returns a scratch directory that is missing or a file, and the largest file size.
 struct StrangeFileManager : HookedFileManager {
   std::optional<FileURL> makeItemReplacementDirectory(Url) override { return scratch; }
   void replaceItem(Url, Url, std::string_view name) override { backup = name; }
@@ -104,7 +104,7 @@ struct StrangeFileManager : HookedFileManager {
   static inline std::string backup;
 };
 
-TEST_F(RecordedTest, StrangeAnswersOfTheSystem) {
+TEST_F(RecordedTest, UnusableScratchDirectoriesAndSizes) {
   currentPlatform().fileManager = std::make_shared<StrangeFileManager>();
   const auto failure = [&] { return report([] { Utilities().createTemporaryDirectory(); }); };
   const std::string failed = "Internal Error\nerror Utilities: ";

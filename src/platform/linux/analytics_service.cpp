@@ -4,6 +4,7 @@
 
 #include <cstdint>
 
+#include "foundation/logger.h"
 #include "platform/linux/journal_entry.h"
 #include "platform/linux/system_platform.h"
 
@@ -11,7 +12,6 @@ namespace larkspur::linuxos {
 namespace {
 
 constexpr char kMessageId[] = "8864df6bdee9bd9598301675c291157e";
-constexpr char kSubsystem[] = "LarkspurFramework";
 
 /// "serviceType" becomes "LARKSPUR_SERVICE_TYPE".
 std::string fieldName(std::string_view key) {

@@ -1,5 +1,5 @@
 // SPDX-License-Identifier: Apache-2.0
-// Child processes; each is reaped by its id, without blocking.
+// Child processes; each reaped through its pidfd (by id where there is none), without blocking.
 #pragma once
 
 #include <sys/types.h>

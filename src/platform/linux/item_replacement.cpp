@@ -88,7 +88,7 @@ void eraseStaged(StagingDirectory& staging, const std::string& staged, const std
 }
 
 // On a disk too full for a new directory the item itself becomes the staging directory. Its record
-// is removed, since it would make it a service.
+// is removed, since a directory with a record is a service.
 void hideAndErase(const std::string& item, const std::string& root) {
   const FileDescriptor directory = openDirectory(AT_FDCWD, item.c_str());
   struct stat before;

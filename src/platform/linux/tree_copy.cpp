@@ -56,8 +56,8 @@ void copyByHand(int from, int to, const WalkEntry& source) {
   }
 }
 
-// Reads to the end even then: a file whose size the system does not know looks empty to
-// `copy_file_range`.
+// Reads to the end even if the kernel copied: a file whose size the system does not know looks
+// empty to `copy_file_range`.
 void copyContents(int from, int to, const WalkEntry& source) {
   ssize_t size = 0;
   do {

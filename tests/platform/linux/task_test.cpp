@@ -60,7 +60,7 @@ TEST_F(TaskTest, HostSettingsDoNotReachTheChild) {
       static constexpr sigset_t kAll = {{~0UL}};
       ::sigprocmask(SIG_BLOCK, &kAll, nullptr);
       for (int i = 1; i < SIGSYS; ++i) ::signal(i, SIG_IGN);
-      // Descriptors for children, but no input.
+      // 57 must not leak into the tool; it gets no standard input.
       hasStreams ? ::dup2(1, 57), ::fcntl(0, F_SETFD, FD_CLOEXEC) : ::close_range(0, 2, 0);
       startCounting();
       EXPECT_EQ(run("/bin/bash", {"-c", script, "sh", "a  b", "", "*", "ü$HOME"}),
@@ -105,7 +105,7 @@ head -c1 ../service/file >/dev/null && mkdir -p a/b && echo x >a/b/f && ln a/b/f
 }
 
 TEST_F(TaskTest, WithoutLandlockToolsRunUnconfined) {
-  if (landlock < 1) GTEST_SKIP() << "nothing to take away";
+  if (landlock < 1) GTEST_SKIP() << "no Landlock here";
   const std::tuple<unsigned, unsigned, bool> kernels[] = {
       {SYS_landlock_create_ruleset, ENOSYS, true},  {SYS_landlock_create_ruleset, EOPNOTSUPP, true},
       {SYS_landlock_create_ruleset, EPERM, true},   {SYS_landlock_restrict_self, E2BIG, true},
