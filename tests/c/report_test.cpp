@@ -42,6 +42,7 @@ TEST(ReportTest, CollectsErrorLinesWhenLoggingIsOff) {
   EXPECT_EQ(resultOf([&] { logger.error("%s", std::string("a\0b", 3)), logger.info("c"); }),
             "0 0 |a b");
   logger.error("d");
+  EXPECT_STREQ(error.detail, "a b");
   EXPECT_EQ(resultOf([] {}), "0 0 |");
   useLog(before);
 }

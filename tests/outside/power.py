@@ -73,7 +73,7 @@ def sweep(system, operation):
             run("cp", "--sparse=always", LIVE, CUTS[0])
             commit(system)
             run("cp", "--sparse=always", LIVE, CUTS[1])
-        # The number of calls that wait for the tool varies: so a run may miss the last.
+        # The number of calls that wait for the tool varies, so a run may miss the last.
         has_returned = point == found[-1] or status == 0
         for image in CUTS:
             with mounted(image):

@@ -32,6 +32,8 @@ struct TaskTest : LarkspurTest {
 TEST_F(TaskTest, ReadsAllOutputAndWaitsOnlyForTheChild) {
   const std::string much(5 << 20, '\0');
   EXPECT_TRUE(shell("head -c 5M /dev/zero >&2; head -c 5M /dev/zero") == Output(much, much));
+  for (int i = 0; i < 3; ++i)
+    EXPECT_TRUE(shell("echo a") == Output("a\n", "") && ::waitpid(-1, nullptr, WNOHANG) == -1);
   EXPECT_EQ(shell("exec 2>&-; sleep 0.1; echo late"), Output("late\n", ""));
   EXPECT_EQ(shell("exec >&-; sleep 0.1; echo late >&2"), Output("", "late\n"));
   const auto start = std::chrono::steady_clock::now();
