@@ -27,9 +27,8 @@ class Hosts(OutsideTest):
     # Mounts a file system that only this process sees.
     def mount(self, name, options="size=10m"):
         LIBC.unshare(0x20000)  # CLONE_NEWNS
-        mount = f"mkdir -p {name}; mount -t tmpfs -o {options} larkspur {name}"
-        command = f"set -e; mount --make-rprivate /; {mount}"
-        subprocess.run(command, shell=True, check=True, cwd=self.directory)
+        mount = f"mkdir -p {name}; mount --make-rprivate / && mount -t tmpfs -o {options} x {name}"
+        subprocess.run(mount, shell=True, check=True, cwd=self.directory)
 
     def unprivileged_owner(self):
         os.umask(0)

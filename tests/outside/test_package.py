@@ -152,12 +152,10 @@ class PackageTest(OutsideTest):
 
     def test_hooks(self):
         calls = []
-        larkspur.use_hooks(
-            log=lambda level, category, text: calls.append((level, category, text.split(":")[0])),
-            change=calls.append,
-            event=lambda *event: calls.append(event),
-            log_level=LogLevel.INFO,
-        )
+        log = lambda level, category, text: calls.append((level, category, text.split(":")[0]))
+        event = lambda *event: calls.append(event)
+        larkspur.use_hooks(log=log, change=calls.append, event=event, log_level=LogLevel.INFO)
+        del log, event
         gc.collect()
         self.install()
         size = (self.archive().stat().st_size + 5) // 10 * 10
