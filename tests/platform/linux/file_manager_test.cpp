@@ -51,6 +51,7 @@ TEST_F(FileManagerTest, FailuresSetErrnoAndChangeNothing) {
       {EINVAL, [&] { files->fileSize(zero); }},
       {EEXIST, [&] { files->createDirectory(at("link"), kYes, 0755); }},
       {EEXIST, [&] { files->createDirectory(at("d"), kNo, 0755); }},
+      {ENOTDIR, [&] { files->createDirectory(at("file/a/b"), kYes, 0755); }},
       {EEXIST, [&] { files->copyItem(file, at("link")); }},
       {ENOTSUP, [&] { files->copyItem(at("d"), at("copy")); }},
       {0, [&] { files->createDirectory(at("d"), kYes, 0700); }}};
